@@ -1,0 +1,51 @@
+# The commands of the project. Each runs scripts/setup first, which installs what is missing and
+# prints nothing when all is there.
+#   make demo      build, then run the main job (examples/Demo) under Wine
+#   make test      build everything, run the whole suite under Wine with CTest
+#   make bench     build and run the benchmarks under Wine
+#   make install PREFIX=dir   install headers, DLLs, import libraries and the CMake package
+
+BUILD   ?= build
+PREFIX  ?= $(CURDIR)/install
+JOBS    ?= $(shell nproc)
+
+export WINEPREFIX := $(CURDIR)/$(BUILD)/wineprefix
+export SKERRY_WINEPREFIX := $(WINEPREFIX)
+export WINEARCH := win32
+export WINEDEBUG := -all
+# The ANSI code page follows the locale; tests and demo run under a known one (code page 1252).
+export LANG := C.UTF-8
+export LC_ALL := C.UTF-8
+
+.PHONY: setup configure build demo test bench install clean
+
+setup:
+	@scripts/setup
+
+configure: setup
+	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i686-mingw.cmake >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j $(JOBS)
+
+# Wine starts its server and system processes with the first program; started cold inside a test
+# run they slow every test and hold CTest's output pipe. Keep a server warm for the whole run.
+define warm_wine
+	wineserver -p; wine cmd /c exit >/dev/null 2>&1
+endef
+
+demo: build
+	@$(warm_wine); wine $(BUILD)/bin/Demo.exe; status=$$?; wineserver -k; exit $$status
+
+test: build
+	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
+
+bench: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target benches
+	@$(warm_wine); status=0; for b in $(BUILD)/bin/*Bench.exe; do wine $$b || status=1; done; wineserver -k; exit $$status
+
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+clean:
+	rm -rf $(BUILD)

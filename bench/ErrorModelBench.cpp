@@ -1,0 +1,81 @@
+// The cost of failing: a library throw against what it must at least do (a C++ throw and a
+// capture of the stack), and a StackTrace against the bare platform capture.
+#include <LibSkerry/Exceptions>
+#include <LibSkerry/StackTrace>
+
+#include "Harness.h"
+
+#include <windows.h>
+
+namespace {
+
+typedef USHORT (WINAPI * CaptureFunction) (ULONG, ULONG, PVOID *, PULONG);
+CaptureFunction sCapture;
+volatile unsigned sSink;
+
+__attribute__ ((noinline)) void RawCapture ()
+{
+    void * frames [61];
+    sSink = sSink + sCapture (2, 60, frames, NULL);
+}
+
+__attribute__ ((noinline)) void BareThrow ()
+{
+    try {
+        throw 7;
+    }
+    catch (int value) {
+        sSink = sSink + unsigned (value);
+    }
+}
+
+__attribute__ ((noinline)) void LibraryThrow ()
+{
+    try {
+        Skerry::Exceptions::ThrowWin32ErrorFunc ("Bench::LibraryThrow", "ErrorModelBench", 1, 2);
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        sSink = sSink + unsigned (e.size ());
+    }
+}
+
+__attribute__ ((noinline)) void LibraryCapture ()
+{
+    Skerry::StackTrace trace;
+    sSink = sSink + unsigned (trace.size ());
+}
+
+// Runs `body` with at least `depth` frames below it, so that a capture finds 60 frames to take.
+template <typename Body>
+__attribute__ ((noinline)) void AtDepth (int depth, Body body)
+{
+    if (depth > 0) {
+        AtDepth (depth - 1, body);
+        asm volatile ("" ::: "memory");
+    }
+    else
+        body ();
+}
+
+}
+
+int main ()
+{
+    // The throw is measured as a program meets it with no log file configured.
+    ::SetEnvironmentVariableW (L"JOT_LOG_FILE", NULL);
+    sCapture = reinterpret_cast<CaptureFunction> (reinterpret_cast<void *> (::GetProcAddress (
+        ::GetModuleHandleW (L"kernel32"), "RtlCaptureStackBackTrace")));
+
+    SkerryBench::Header ("Error model, 70 frames deep");
+    double bare = 0, raw = 0, thrown = 0, captured = 0;
+    AtDepth (70, [&] {
+        bare = SkerryBench::Median (BareThrow);
+        raw = SkerryBench::Median (RawCapture);
+        thrown = SkerryBench::Median (LibraryThrow);
+        captured = SkerryBench::Median (LibraryCapture);
+    });
+    bool met = SkerryBench::Report ("ThrowWin32ErrorFunc vs C++ throw + raw capture", thrown, bare + raw, 1.5);
+    met = SkerryBench::Report ("StackTrace vs raw RtlCaptureStackBackTrace", captured, raw, 1.2) && met;
+    std::printf ("(C++ throw of an int alone: %.0f ns, raw capture of 60 frames alone: %.0f ns)\n", bare, raw);
+    return met ? 0 : 1;
+}

@@ -1,0 +1,60 @@
+// The benchmark harness: every benchmark of the project measures through it, so that all print
+// the same table. A case runs in batches; the figure is the median time per operation over the
+// batches, and each comparison prints the ratio of a library operation to its baseline measured
+// in the same run.
+#ifndef SKERRY_BENCH_HARNESS
+#define SKERRY_BENCH_HARNESS
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace SkerryBench {
+
+struct Options {
+    unsigned fBatches = 15;
+    unsigned fOperationsPerBatch = 2000;
+};
+
+// Median nanoseconds per operation of `operation`.
+template <typename Operation>
+double Median (Operation operation, const Options & options = Options ())
+{
+    LARGE_INTEGER frequency;
+    ::QueryPerformanceFrequency (&frequency);
+    for (unsigned i = 0; i < options.fOperationsPerBatch / 10 + 1; ++i)   // warm up
+        operation ();
+    std::vector<double> perOperation;
+    for (unsigned batch = 0; batch < options.fBatches; ++batch) {
+        LARGE_INTEGER start, stop;
+        ::QueryPerformanceCounter (&start);
+        for (unsigned i = 0; i < options.fOperationsPerBatch; ++i)
+            operation ();
+        ::QueryPerformanceCounter (&stop);
+        perOperation.push_back (double (stop.QuadPart - start.QuadPart) * 1e9
+            / double (frequency.QuadPart) / options.fOperationsPerBatch);
+    }
+    std::sort (perOperation.begin (), perOperation.end ());
+    return perOperation [perOperation.size () / 2];
+}
+
+inline void Header (const char * title)
+{
+    std::printf ("\n%s\n%-52s %12s %12s %8s %8s\n", title, "case", "library ns", "baseline ns", "ratio", "target");
+}
+
+// Prints one comparison; gives false when the ratio misses its target.
+inline bool Report (const char * name, double library, double baseline, double target)
+{
+    double ratio = library / baseline;
+    std::printf ("%-52s %12.0f %12.0f %7.2fx %7.2fx%s\n", name, library, baseline, ratio, target,
+        ratio <= target ? "" : "  (over target)");
+    std::fflush (stdout);
+    return ratio <= target;
+}
+
+}
+
+#endif

@@ -1,0 +1,64 @@
+/* jot: the system log client.
+ *
+ * A program opens a client, writes lines through it and closes it. Where lines go is decided at
+ * each jot_open: when the environment variable JOT_LOG_FILE names a file, every line is appended
+ * to it as one JSON record; otherwise the text goes to the debugger output. A client that could
+ * not be made is NULL, and every call accepts NULL for it: logging never fails its caller.
+ * See jot/README.md for the record format.
+ */
+#ifndef JOT_H
+#define JOT_H
+
+#include <stdarg.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(JOT_BUILDING_LIBRARY)
+#define JOT_API __declspec(dllexport)
+#else
+#define JOT_API __declspec(dllimport)
+#endif
+
+/* Levels, from the most to the least severe. */
+enum {
+  JOT_LEVEL_EMERGENCY = 0,
+  JOT_LEVEL_ALERT = 1,
+  JOT_LEVEL_CRITICAL = 2,
+  JOT_LEVEL_ERROR = 3,
+  JOT_LEVEL_WARNING = 4,
+  JOT_LEVEL_NOTICE = 5,
+  JOT_LEVEL_INFO = 6,
+  JOT_LEVEL_DEBUG = 7
+};
+
+/* Options of jot_open. */
+enum {
+  JOT_OPTION_STDERR = 1 /* also write each line's text to stderr */
+};
+
+typedef struct jot_client jot_client;
+typedef struct jot_message jot_message;
+
+/* A client for one identity (the program or component that logs; NULL for none) and one
+ * facility (the channel within it; NULL for none). Both texts are copied. */
+JOT_API jot_client *jot_open(const char *ident, const char *facility, unsigned options);
+
+/* Formats one line from format and args and writes it. message, which may be NULL, adds the
+ * key/value pairs of a structured message to the record. */
+JOT_API void jot_vlog(jot_client *client, jot_message *message, int level, const char *format, va_list args);
+JOT_API void jot_log(jot_client *client, jot_message *message, int level, const char *format, ...);
+
+JOT_API void jot_close(jot_client *client);
+
+/* Structured messages: a set of key/value texts, added to a record as its "fields" object. */
+JOT_API jot_message *jot_message_create(void);
+JOT_API void jot_message_set(jot_message *message, const char *key, const char *value);
+JOT_API void jot_message_release(jot_message *message);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,91 @@
+// Miscellany::EnsureLibrary: one module per slot, whatever the threads do.
+#include <LibSkerry/Exceptions>
+#include <LibSkerry/Utilities>
+
+#include "Interposer.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using Skerry::Miscellany::EnsureLibrary;
+
+TEST (EnsureLibrary, FilledSlotMakesNoCall)
+{
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    void * slot = reinterpret_cast<void *> (0x12340000);
+    EXPECT_EQ (EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
+    EXPECT_EQ (load.Calls (), 0u);
+}
+
+TEST (EnsureLibrary, LoadsOnceAndKeepsTheModule)
+{
+    void * slot = nullptr;
+    HMODULE version = EnsureLibrary (L"version", slot);
+    EXPECT_EQ (version, ::GetModuleHandleW (L"version.dll"));
+    EXPECT_EQ (slot, version);
+    EXPECT_EQ (EnsureLibrary (L"version", slot), version);
+}
+
+TEST (EnsureLibrary, PlatformFailuresRaiseWin32)
+{
+    void * slot = nullptr;
+    try {
+        EnsureLibrary (L"NoSuchLibrary", slot);
+        FAIL ();
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        EXPECT_EQ (e.fCode, 126ul);
+        EXPECT_STREQ (e.fFunction, "Skerry::Miscellany::EnsureLibrary");
+        EXPECT_STREQ (e.fFile, "Utilities");
+    }
+    EXPECT_EQ (slot, nullptr);
+
+    // Another thread stores its module while this one loads; giving this one's back fails.
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    HMODULE winner = ::LoadLibraryW (L"version");
+    load.Replace ([&] (LPCWSTR name) { slot = winner; return load.Original (name); });
+    release.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    try {
+        EnsureLibrary (L"version", slot);
+        FAIL ();
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        EXPECT_EQ (e.fCode, 126ul);
+        EXPECT_STREQ (e.fFunction, "Skerry::Miscellany::EnsureLibrary");
+        EXPECT_STREQ (e.fFile, "Utilities");
+    }
+    EXPECT_EQ (slot, winner);
+    EXPECT_EQ (release.Calls (), 1u);
+}
+
+TEST (EnsureLibrary, RacingThreadsShareOneModule)
+{
+    // Both threads are inside LoadLibraryW before either stores, so one of them loses the race
+    // and gives its reference back.
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    HANDLE bothInside = ::CreateSemaphoreW (nullptr, 0, 2, nullptr);
+    LONG inside = 0;
+    load.Replace ([&] (LPCWSTR name) {
+        HMODULE module = load.Original (name);
+        if (::InterlockedIncrement (&inside) == 2)
+            ::ReleaseSemaphore (bothInside, 2, nullptr);
+        ::WaitForSingleObject (bothInside, 10000);
+        return module;
+    });
+    void * slot = nullptr;
+    HINSTANCE__ * results [2] = {};
+    std::thread a ([&] { results [0] = EnsureLibrary (L"msimg32", slot); });
+    std::thread b ([&] { results [1] = EnsureLibrary (L"msimg32", slot); });
+    a.join ();
+    b.join ();
+    ::CloseHandle (bothInside);
+    EXPECT_NE (results [0], nullptr);
+    EXPECT_EQ (results [0], results [1]);
+    EXPECT_EQ (results [0], slot);
+    EXPECT_EQ (load.Calls (), 2u);
+    EXPECT_EQ (release.Calls (), 1u);
+    EXPECT_EQ (std::get<0> (release.CallArguments () [0]), results [0]);
+}

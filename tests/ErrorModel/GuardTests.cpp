@@ -1,0 +1,187 @@
+// The per-thread throw guard: throws in a row, throws from handlers and from other threads go
+// through; a nested throw, or a slot that can't be written, ends the process with its fatal line.
+#include <LibSkerry/Exceptions>
+
+#include "ChildProcess.h"
+#include "Interposer.h"
+#include "JotLog.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace Skerry::Exceptions;
+using SkerryError = Skerry::Exceptions::Skerry;
+
+TEST (Guard, HandlersMayThrowAgain)
+{
+    for (int round = 0; round < 2; ++round) {
+        try {
+            try {
+                ThrowWin32ErrorFunc ("Inner", "S", 1, 5);
+            }
+            catch (const Win32 &) {
+                // The guard is clear before a handler runs: this is no nested throw.
+                ThrowStringFunc ("Handler", "S", 2, "rethrown");
+            }
+        }
+        catch (const String & e) {
+            EXPECT_STREQ (e.fFunction, "Handler");
+            EXPECT_STREQ (e.fMessage, "rethrown");
+        }
+    }
+}
+
+TEST (Guard, ThreadsThrowIndependently)
+{
+    const int kThreads = 8, kThrows = 10000;
+    std::vector<std::thread> threads;
+    std::atomic<int> caught {0}, wrong {0};
+    static const char * const kNames [kThreads] = {"T0", "T1", "T2", "T3", "T4", "T5", "T6", "T7"};
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back ([&, t] {
+            for (int i = 0; i < kThrows; ++i) {
+                try {
+                    ThrowSkerryErrorFunc (kNames [t], kNames [kThreads - 1 - t], t * kThrows + i, unsigned (t));
+                }
+                catch (const SkerryError & e) {
+                    ++caught;
+                    if (e.fFunction != kNames [t] || e.fFile != kNames [kThreads - 1 - t]
+                            || e.fLine != std::uint32_t (t * kThrows + i) || e.fCode != unsigned (t) || e.empty ())
+                        ++wrong;
+                }
+            }
+        });
+    for (std::thread & thread : threads)
+        thread.join ();
+    EXPECT_EQ (caught.load (), kThreads * kThrows);
+    EXPECT_EQ (wrong.load (), 0);
+}
+
+TEST (Guard, AnotherThreadThrowsWhileThisOneIsInsideTheGuard)
+{
+    // The first thread stops right after it has entered the guard; the second throws and catches
+    // in the meantime, then the first goes on.
+    try { ThrowWin32ErrorFunc ("Warm", "S", 0, 0); } catch (const Win32 &) {}
+    DWORD first = ::GetCurrentThreadId ();
+    std::atomic<bool> secondCaught {false};
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Replace ([&] (DWORD index, LPVOID value) {
+        BOOL result = slot.Original (index, value);
+        if (::GetCurrentThreadId () == first && value != NULL)
+            std::thread ([&] {
+                try { ThrowStringFunc ("Second", "S", 2, "second"); }
+                catch (const String & e) { secondCaught = std::string (e.fMessage) == "second"; }
+            }).join ();
+        return result;
+    });
+    try {
+        ThrowStringFunc ("First", "S", 1, "first");
+    }
+    catch (const String & e) {
+        EXPECT_STREQ (e.fMessage, "first");
+    }
+    EXPECT_TRUE (secondCaught.load ());
+}
+
+TEST (InChild, GuardEntryFails)
+{
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Fail (FALSE, ERROR_ACCESS_DENIED);
+    ThrowWin32ErrorFunc ("Child", "Scenario", 1, 2);
+}
+
+TEST (InChild, GuardExitFails)
+{
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Fail (FALSE, ERROR_INVALID_HANDLE, 1, 1);
+    ThrowHRESULTFunc ("Child", "Scenario", 1, long (0x80004005));
+}
+
+TEST (InChild, CaptureLookupFails)
+{
+    SKERRY_INTERPOSE (lookup, "KERNEL32.dll", GetProcAddress);
+    lookup.Fail (nullptr, ERROR_PROC_NOT_FOUND);
+    ThrowStringFunc ("Child", "Scenario", 1, "outer");
+}
+
+TEST (Guard, FatalLinesEndTheProcess)
+{
+    SkerryTest::ChildResult entry = SkerryTest::RunInChild ("GuardEntryFails");
+    EXPECT_EQ (entry.fExitCode, 1ul);
+    EXPECT_EQ (entry.Messages (), (std::vector<std::string> {
+        "Child: throwing exception due to Win32 error 2 on line 1 of file Scenario",
+        "Skerry::Exceptions::ThrowWin32ErrorFunc: fatal error: could not announce throw is in progress due to Win32 error 5"}));
+
+    SkerryTest::ChildResult exit = SkerryTest::RunInChild ("GuardExitFails");
+    EXPECT_EQ (exit.fExitCode, 1ul);
+    EXPECT_EQ (exit.Messages (), (std::vector<std::string> {
+        "Child: throwing exception due to HRESULT 0x80004005 on line 1 of file Scenario",
+        "Skerry::Exceptions::ThrowHRESULTFunc: fatal error: could not announce throw is no longer in progress due to Win32 error 6"}));
+
+    SkerryTest::ChildResult nested = SkerryTest::RunInChild ("CaptureLookupFails");
+    EXPECT_EQ (nested.fExitCode, 1ul);
+    std::vector<std::string> lines = nested.Messages ();
+    ASSERT_EQ (lines.size (), 3u);
+    EXPECT_EQ (lines [0], "Child: throwing exception from line 1 of file Scenario: outer");
+    EXPECT_TRUE (std::regex_match (lines [1], std::regex (
+        "RtlCaptureStackBackTrace: throwing exception due to Win32 error 127 on line [0-9]+ of file StackTrace"))) << lines [1];
+    EXPECT_EQ (lines [2], "Skerry::Exceptions::ThrowWin32ErrorFunc: fatal error: attempt to throw from "
+        "Skerry::Exceptions::ThrowWin32ErrorFunc during throw from Skerry::Exceptions::ThrowStringFunc");
+}
+
+TEST (InChild, SlotAllocationFails)
+{
+    const char * const kReporter = "ThrowInProgress::GetThreadLocalStorageIndex";
+    SKERRY_INTERPOSE (alloc, "KERNEL32.dll", TlsAlloc);
+    // A lasting shortage: every throw becomes the report of the failed allocation, and the
+    // reports themselves go unguarded rather than asking again without end.
+    alloc.Fail (TLS_OUT_OF_INDEXES, ERROR_NOT_ENOUGH_MEMORY, 1000);
+    for (int i = 0; i < 2; ++i)
+        try {
+            ThrowStringFunc ("Child", "Scenario", 1, "lasting");
+        }
+        catch (const Win32 & e) {
+            EXPECT_EQ (e.fCode, 8ul);
+            EXPECT_STREQ (e.fFunction, kReporter);
+            EXPECT_STREQ (e.fFile, "Exceptions");
+            EXPECT_FALSE (e.empty ());
+        }
+    EXPECT_EQ (alloc.Calls (), 4u);
+    // A passing shortage: the report finds a slot and is guarded as usual; the slot stays.
+    alloc.Fail (TLS_OUT_OF_INDEXES, ERROR_NO_SYSTEM_RESOURCES, 1);
+    try {
+        ThrowStringFunc ("Child", "Scenario", 2, "passing");
+    }
+    catch (const Win32 & e) {
+        EXPECT_EQ (e.fCode, 1450ul);
+    }
+    try {
+        ThrowStringFunc ("Child", "Scenario", 3, "normal");
+    }
+    catch (const String & e) {
+        EXPECT_STREQ (e.fMessage, "normal");
+    }
+    EXPECT_EQ (alloc.Calls (), 6u);
+}
+
+TEST (Guard, SlotAllocationFailureBecomesWin32)
+{
+    SkerryTest::ChildResult child = SkerryTest::RunInChild ("SlotAllocationFails");
+    EXPECT_EQ (child.fExitCode, 0ul);
+    std::vector<std::string> lines = child.Messages ();
+    ASSERT_EQ (lines.size (), 7u);
+    std::regex report ("ThrowInProgress::GetThreadLocalStorageIndex: throwing exception due to Win32 error "
+        "(8|1450) on line [0-9]+ of file Exceptions");
+    EXPECT_EQ (lines [0], "Child: throwing exception from line 1 of file Scenario: lasting");
+    EXPECT_TRUE (std::regex_match (lines [1], report)) << lines [1];
+    EXPECT_EQ (lines [2], lines [0]);
+    EXPECT_EQ (lines [3], lines [1]);
+    EXPECT_EQ (lines [4], "Child: throwing exception from line 2 of file Scenario: passing");
+    EXPECT_TRUE (std::regex_match (lines [5], report)) << lines [5];
+    EXPECT_EQ (lines [6], "Child: throwing exception from line 3 of file Scenario: normal");
+}

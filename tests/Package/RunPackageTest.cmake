@@ -1,0 +1,26 @@
+# Installs, builds the consumer against the installed package, runs it.
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+file(REMOVE_RECURSE ${PREFIX} ${CONSUMER_BUILD})
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
+foreach(file include/LibSkerry/LibSkerry include/jot.h bin/LibSkerry.dll bin/JOT.dll bin/libstdc++-6.dll
+        bin/libgcc_s_dw2-1.dll bin/libwinpthread-1.dll lib/LibSkerry.dll.a lib/JOT.dll.a
+        lib/cmake/LibSkerry/LibSkerryConfig.cmake)
+  if(NOT EXISTS ${PREFIX}/${file})
+    message(FATAL_ERROR "the installed package lacks ${file}")
+  endif()
+endforeach()
+run(${CMAKE_COMMAND} -S ${CONSUMER_SOURCE} -B ${CONSUMER_BUILD} -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}
+  -DCMAKE_PREFIX_PATH=${PREFIX})
+run(${CMAKE_COMMAND} --build ${CONSUMER_BUILD})
+run(wine ${CONSUMER_BUILD}/Consumer.exe)
+if(NOT output MATCHES "caught Win32 2 from Consumer::Open")
+  message(FATAL_ERROR "the consumer printed: ${output}")
+endif()
+message(STATUS "${output}")

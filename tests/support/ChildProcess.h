@@ -1,0 +1,43 @@
+// Scenarios that must run in a process of their own: the fatal paths, which end the process with
+// _exit (1), and anything that depends on process-wide first use (the throw guard's slot, the
+// capture function).
+//
+// A scenario is an ordinary test in a suite named InChild; the suite's main leaves it out of
+// normal runs. RunInChild starts this executable again for that one test, with JOT_LOG_FILE
+// naming a fresh log, and gives back the exit status and the log's records:
+//
+//     TEST (InChild, GuardSlotFails) { ... }          // runs only in the child
+//     TEST (Guard, SlotFails)
+//     {
+//         SkerryTest::ChildResult child = SkerryTest::RunInChild ("GuardSlotFails");
+//         EXPECT_EQ (child.fExitCode, 1u);
+//     }
+//
+// A child whose own checks fail exits with kChildTestFailed, so that a failed scenario is never
+// mistaken for the library's exit status 1.
+#ifndef SKERRY_TEST_CHILD_PROCESS
+#define SKERRY_TEST_CHILD_PROCESS
+
+#include "JotLog.h"
+
+#include <string>
+#include <vector>
+
+namespace SkerryTest {
+
+const unsigned long kChildTestFailed = 3;
+
+struct ChildResult {
+    unsigned long fExitCode = 0;
+    std::vector<JotRecord> fLog;
+    std::vector<std::string> Messages () const;
+};
+
+ChildResult RunInChild (const char * testName);
+
+// Called by main: true when this process is a child, after adjusting the test filter either way.
+bool PrepareChildFilter (int argc, char ** argv);
+
+}
+
+#endif
