@@ -12,6 +12,14 @@
 //
 // Only calls through the patched module's imports are seen: the library's own calls, not the
 // test's. Each interposed function has one interposer at a time.
+//
+// A module may also call through a pointer of its own instead of an import: the C runtime
+// functions that mingw's import library resolves at run time (_vscprintf, vsprintf_s) are called
+// through the data pointers __imp__vscprintf and __imp_vsprintf_s of each module. The constructor
+// that takes a slot diverts such a pointer:
+//
+//     extern "C" void * _imp___vscprintf;
+//     SkerryTest::Interposer<MeasureTag, int __cdecl (const char *, va_list)> measure (&_imp___vscprintf);
 #ifndef SKERRY_TEST_INTERPOSER
 #define SKERRY_TEST_INTERPOSER
 
@@ -118,10 +126,15 @@ class Interposer<Tag, R convention (A...)> : public InterposerState<Tag, R, A...
 public: \
     using Function = R (convention *) (A...); \
     Interposer (const char * dll, const char * function, const wchar_t * module = L"LibSkerry.dll") \
+        : Interposer (FindImportSlot (module, dll, function)) \
+    { \
+    } \
+    /* Any other slot through which a module calls the function. */ \
+    explicit Interposer (void ** slot) \
     { \
         if (sInstance != nullptr) \
             throw std::logic_error ("one interposer at a time per function"); \
-        fSlot = FindImportSlot (module, dll, function); \
+        fSlot = slot; \
         Function original = fOriginalPointer = reinterpret_cast<Function> (*fSlot); \
         this->fOriginal = [original] (A... arguments) { return original (arguments...); }; \
         sInstance = this; \

@@ -1,0 +1,49 @@
+// What the text tests expect of a failure: its kind, and the site it reports.
+#ifndef SKERRY_TEST_TEXT_EXPECT
+#define SKERRY_TEST_TEXT_EXPECT
+
+#include <LibSkerry/Exceptions>
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace SkerryTest {
+
+// Runs `raise`, which must throw an E, and checks the function and source name it reports.
+template <typename E, typename Raise>
+E ExpectThrown (Raise raise, const char * function, const char * file)
+{
+    try {
+        raise ();
+    }
+    catch (const E & e) {
+        EXPECT_STREQ (e.fFunction, function);
+        EXPECT_STREQ (e.fFile, file);
+        return e;
+    }
+    ADD_FAILURE () << "nothing of the expected kind was thrown, expected from " << function;
+    throw std::logic_error ("not thrown");
+}
+
+template <typename Raise>
+void ExpectAssertion (Raise raise, const char * message, const char * function, const char * file)
+{
+    EXPECT_STREQ (ExpectThrown<Skerry::Exceptions::String> (raise, function, file).fMessage, message);
+}
+
+template <typename Raise>
+void ExpectWin32 (Raise raise, unsigned long code, const char * function, const char * file)
+{
+    EXPECT_EQ (ExpectThrown<Skerry::Exceptions::Win32> (raise, function, file).fCode, code);
+}
+
+template <typename Raise>
+void ExpectSkerry (Raise raise, unsigned long code, const char * function, const char * file)
+{
+    EXPECT_EQ (ExpectThrown<Skerry::Exceptions::Skerry> (raise, function, file).fCode, code);
+}
+
+}
+
+#endif
