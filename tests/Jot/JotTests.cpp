@@ -1,0 +1,477 @@
+// JOT.dll: the records it appends, formatting, escaping and encoding, where lines go, the
+// caller's last error, failures, and whole lines under concurrent writers; and the log reader
+// that the other suites rely on.
+#include "Interposer.h"
+#include "JotLog.h"
+
+#include <jot.h>
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <winternl.h>
+
+#include <climits>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <regex>
+#include <thread>
+
+using SkerryTest::JotRecord;
+using SkerryTest::ScopedJotLog;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+const wchar_t kVariable [] = L"JOT_LOG_FILE";
+
+std::string ReadRaw (const std::wstring & path)
+{
+    std::ifstream file (std::filesystem::path (path), std::ios::binary);
+    return std::string (std::istreambuf_iterator<char> (file), std::istreambuf_iterator<char> ());
+}
+
+void WriteRaw (const std::wstring & path, const std::string & contents)
+{
+    std::ofstream (std::filesystem::path (path), std::ios::binary | std::ios::trunc) << contents;
+}
+
+std::string UtcNow ()
+{
+    SYSTEMTIME t;
+    ::GetSystemTime (&t);
+    char text [32];
+    std::snprintf (text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u.%03uZ", t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
+    return text;
+}
+
+// One line through a client of its own, the way LibSkerry writes.
+void LogLine (const char * ident, const char * facility, int level, const char * format, ...)
+{
+    jot_client * client = ::jot_open (ident, facility, 0);
+    va_list arguments;
+    va_start (arguments, format);
+    ::jot_vlog (client, NULL, level, format, arguments);
+    va_end (arguments);
+    ::jot_close (client);
+}
+
+// What follows "tid" in the file's single record, after checking time, pid and tid.
+std::string Tail (const std::wstring & path)
+{
+    std::string raw = ReadRaw (path);
+    std::smatch match;
+    static const std::regex line (R"(\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z","pid":(\d+),"tid":(\d+),([^\n]*)\n)");
+    if (! std::regex_match (raw, match, line))
+        return "no single record: " + raw;
+    EXPECT_EQ (std::stoul (match [1]), ::GetCurrentProcessId ());
+    EXPECT_EQ (std::stoul (match [2]), ::GetCurrentThreadId ());
+    return match [3];
+}
+
+std::string TailOf (const std::function<void ()> & write)
+{
+    ScopedJotLog log;
+    write ();
+    return Tail (log.Path ());
+}
+
+}
+
+TEST (JotRecord, HasEveryFieldInOrder)
+{
+    ScopedJotLog log;
+    std::string before = UtcNow ();
+    LogLine (NULL, "Exceptions", JOT_LEVEL_NOTICE, "hello");
+    std::string after = UtcNow ();
+    EXPECT_EQ (Tail (log.Path ()), R"("ident":null,"facility":"Exceptions","level":5,"message":"hello"})");
+    // UTC, not local time: the stamp lies between two system-time readings.
+    std::string time = ReadRaw (log.Path ()).substr (9, 24);
+    EXPECT_LE (before, time);
+    EXPECT_GE (after, time);
+}
+
+TEST (JotRecord, IdentFacilityAndLevelAsGiven)
+{
+    EXPECT_EQ (TailOf ([] { LogLine ("prog", NULL, INT_MIN, "m"); }),
+               R"("ident":"prog","facility":null,"level":-2147483648,"message":"m"})");
+    // A NULL client is one without ident or facility.
+    EXPECT_EQ (TailOf ([] { ::jot_log (NULL, NULL, 4, "x %d", 1); }), R"("ident":null,"facility":null,"level":4,"message":"x 1"})");
+}
+
+TEST (JotRecord, AppendsToWhatTheFileHolds)
+{
+    ScopedJotLog log;
+    LogLine (NULL, "Exceptions", 5, "first");
+    jot_client * client = ::jot_open (NULL, "Exceptions", 0);
+    ::jot_log (client, NULL, 5, "second");
+    ::jot_log (client, NULL, 5, "third");
+    ::jot_close (client);
+    EXPECT_EQ (log.Messages (), (Strings { "first", "second", "third" }));
+}
+
+TEST (JotFormatting, FollowsTheMicrosoftRuntime)
+{
+    ScopedJotLog log;
+    LogLine (NULL, "F", 5, "%lu|%d|%u|%08X|%s|%I64X", 4000000000ul, -5, 4000000000u, 0xBEEFu, "text", 0x123456789ABCDEFull);
+    LogLine (NULL, "F", 5, "%s\xE9", std::string (5000, 'x').c_str ());     // beyond every stack buffer
+    LogLine (NULL, "F", 5, NULL);
+    EXPECT_EQ (log.Messages ("F"), (Strings { "4000000000|-5|4000000000|0000BEEF|text|123456789ABCDEF", std::string (5000, 'x') + "\xC3\xA9", "" }));
+}
+
+TEST (JotEscaping, KeepsEveryRecordOnOneLine)
+{
+    ScopedJotLog log;
+    const char text [] = "q\"b\\n\nr\rt\tb\bf\fc\x01u\x1f" "d\x7f";
+    LogLine (NULL, "F", 5, "%s", text);
+    EXPECT_EQ (Tail (log.Path ()), "\"ident\":null,\"facility\":\"F\",\"level\":5,\"message\":"
+               R"("q\"b\\n\nr\rt\tb\bf\fc\u0001u\u001fd)" "\x7f\"}");
+    EXPECT_EQ (log.Messages ("F"), Strings { text });
+}
+
+TEST (JotEncoding, ConvertsAnsiTextToUtf8)
+{
+    ASSERT_EQ (::GetACP (), 1252u);
+    EXPECT_EQ (TailOf ([] {
+        jot_message * message = ::jot_message_create ();
+        ::jot_message_set (message, "cl\xE9", "\x80");
+        jot_client * client = ::jot_open ("\xE9t\xE9", "caf\xE9", 0);
+        ::jot_log (client, message, 5, "%s", "na\xEFve \x80");
+        ::jot_close (client);
+        ::jot_message_release (message);
+    }), "\"ident\":\"\xC3\xA9t\xC3\xA9\",\"facility\":\"caf\xC3\xA9\",\"level\":5,\"message\":\"na\xC3\xAFve \xE2\x82\xAC\","
+        "\"fields\":{\"cl\xC3\xA9\":\"\xE2\x82\xAC\"}}");
+}
+
+TEST (JotFields, KeepFirstSetOrderAndLastValue)
+{
+    ScopedJotLog log;
+    jot_message * message = ::jot_message_create ();
+    ::jot_message_set (message, "a", "1");
+    ::jot_message_set (message, "q\"", "l\n");
+    ::jot_message_set (message, "a", "3");
+    ::jot_message_set (message, "none", NULL);
+    ::jot_message_set (message, NULL, "ignored");
+    ::jot_log (NULL, message, 5, "m");
+    ::jot_message_release (message);
+    EXPECT_EQ (Tail (log.Path ()), R"("ident":null,"facility":null,"level":5,"message":"m","fields":{"a":"3","q\"":"l\n","none":""}})");
+    ASSERT_EQ (log.Records ().size (), 1u);
+    EXPECT_EQ (log.Records () [0].fFields, (std::vector<std::pair<std::string, std::string>> { { "a", "3" }, { "q\"", "l\n" }, { "none", "" } }));
+}
+
+TEST (JotFields, NoPairsNoFieldsAndNullObjectsIgnored)
+{
+    EXPECT_EQ (TailOf ([] {
+        ::jot_close (NULL);
+        ::jot_message_set (NULL, "k", "v");
+        ::jot_message_release (NULL);
+        jot_message * message = ::jot_message_create ();
+        ::jot_log (NULL, message, 5, "m");
+        ::jot_message_release (message);
+    }), R"("ident":null,"facility":null,"level":5,"message":"m"})");
+}
+
+TEST (JotDestination, VariableIsReadAtEachOpen)
+{
+    ScopedJotLog first;
+    ::SetEnvironmentVariableW (kVariable, NULL);
+    jot_client * unset = ::jot_open (NULL, "F", 0);
+    ::SetEnvironmentVariableW (kVariable, first.Path ().c_str ());
+    ::jot_log (unset, NULL, 5, "unset at open");
+    jot_client * set = ::jot_open (NULL, "F", 0);
+    {
+        ScopedJotLog second;
+        ::jot_log (set, NULL, 5, "to first");
+        ::jot_log (NULL, NULL, 5, "to second");
+        EXPECT_EQ (second.Messages (NULL), Strings { "to second" });
+    }
+    ::jot_close (unset);
+    ::jot_close (set);
+    EXPECT_EQ (first.Messages ("F"), Strings { "to first" });
+}
+
+namespace {
+
+// The debug strings raised in this process while a vectored handler listens.
+Strings sDebugStrings;
+
+LONG CALLBACK CollectDebugStrings (EXCEPTION_POINTERS * exception)
+{
+    const EXCEPTION_RECORD & record = *exception->ExceptionRecord;
+    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C)
+        sDebugStrings.emplace_back (reinterpret_cast<const char *> (record.ExceptionInformation [1]));
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+// IsDebuggerPresent answers the process block's flag; raising it is how a test poses as a
+// debugger without being one. (The block is found through ntdll rather than NtCurrentTeb, which
+// GCC 12 at -O2 mistakes for an out-of-bounds read.)
+void PoseAsDebugger (bool pose)
+{
+    PROCESS_BASIC_INFORMATION information {};
+    auto query = reinterpret_cast<decltype (&::NtQueryInformationProcess)> (
+        reinterpret_cast<void *> (::GetProcAddress (::GetModuleHandleW (L"ntdll.dll"), "NtQueryInformationProcess")));
+    ASSERT_EQ (query (::GetCurrentProcess (), ProcessBasicInformation, &information, sizeof information, NULL), 0);
+    information.PebBaseAddress->BeingDebugged = pose;
+}
+
+}
+
+TEST (JotDestination, WithoutFileToDebuggerOutputWhenDebugged)
+{
+    ASSERT_FALSE (::IsDebuggerPresent ());
+    ScopedJotLog log;
+    ::SetEnvironmentVariableW (kVariable, NULL);
+    PVOID handler = ::AddVectoredExceptionHandler (1, CollectDebugStrings);
+    LogLine ("prog", "F", 5, "not debugged");
+    ::OutputDebugStringA ("the handler sees this one");
+    PoseAsDebugger (true);
+    LogLine ("prog", "F", 5, "text %d", 1);
+    ::jot_log (NULL, NULL, 5, "text %d", 2);
+    PoseAsDebugger (false);
+    ::RemoveVectoredExceptionHandler (handler);
+    EXPECT_EQ (sDebugStrings, (Strings { "the handler sees this one", "prog: text 1", "text 2" }));
+    EXPECT_EQ (ReadRaw (log.Path ()), "");
+}
+
+TEST (JotDestination, StderrOptionAddsTheTextLine)
+{
+    HANDLE reader, writer;
+    ASSERT_TRUE (::CreatePipe (&reader, &writer, NULL, 0));
+    HANDLE original = ::GetStdHandle (STD_ERROR_HANDLE);
+    ::SetStdHandle (STD_ERROR_HANDLE, writer);
+    ScopedJotLog log;
+    jot_client * client = ::jot_open ("prog", "F", JOT_OPTION_STDERR);
+    ::jot_log (client, NULL, 5, "a %d", 7);
+    ::jot_close (client);
+    LogLine ("prog", "F", 5, "b");
+    ::SetStdHandle (STD_ERROR_HANDLE, original);
+    ::CloseHandle (writer);
+    char text [64];
+    DWORD count = 0;
+    ::ReadFile (reader, text, sizeof text, &count, NULL);
+    ::CloseHandle (reader);
+    EXPECT_EQ (std::string (text, count), "a 7\n");
+    EXPECT_EQ (log.Messages ("F"), (Strings { "a 7", "b" }));
+}
+
+TEST (JotLastError, EveryCallKeepsIt)
+{
+    ScopedJotLog log;
+    std::wstring missing = L"C:\\no\\such\\directory\\log.jsonl";
+    for (const wchar_t * destination : { log.Path ().c_str (), (const wchar_t *) NULL, missing.c_str () }) {
+        ::SetEnvironmentVariableW (kVariable, destination);
+        jot_client * client = NULL;
+        jot_message * message = NULL;
+        std::vector<std::pair<const char *, std::function<void ()>>> calls = {
+            { "open", [&] { client = ::jot_open ("i", "F", 0); } },
+            { "message", [&] { message = ::jot_message_create (); ::jot_message_set (message, "k", "v"); ::jot_message_set (message, "k", "w"); } },
+            { "log", [&] { ::jot_log (client, message, 5, "with %s", "client"); ::jot_log (NULL, NULL, 5, "without"); } },
+            { "release", [&] { ::jot_message_release (message); ::jot_close (client); } } };
+        for (const auto & call : calls) {
+            ::SetLastError (1234);
+            call.second ();
+            EXPECT_EQ (::GetLastError (), 1234u) << call.first;
+        }
+        EXPECT_NE (client, nullptr);
+    }
+    EXPECT_EQ (::GetFileAttributesW (missing.c_str ()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ (log.Messages ("F"), Strings { "with client" });
+}
+
+TEST (JotFailures, AppendOnlyFileStillTakesRecords)
+{
+    ScopedJotLog log;
+    SKERRY_INTERPOSE_IN (createFile, L"JOT.dll", "KERNEL32.dll", CreateFileW);
+    createFile.Fail (INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
+    LogLine (NULL, "F", 5, "m");
+    ASSERT_EQ (createFile.Calls (), 2u);
+    auto first = createFile.CallArguments () [0], second = createFile.CallArguments () [1];
+    EXPECT_EQ (std::get<1> (first), DWORD (FILE_READ_DATA | FILE_APPEND_DATA));
+    EXPECT_EQ (std::get<2> (first), DWORD (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+    EXPECT_EQ (std::get<4> (first), DWORD (OPEN_ALWAYS));
+    EXPECT_EQ (std::get<1> (second), DWORD (FILE_APPEND_DATA));
+    EXPECT_EQ (log.Messages ("F"), Strings { "m" });
+}
+
+TEST (JotFailures, LockThatFailsDoesNotStopTheRecord)
+{
+    ScopedJotLog log;
+    SKERRY_INTERPOSE_IN (lock, L"JOT.dll", "KERNEL32.dll", LockFileEx);
+    SKERRY_INTERPOSE_IN (unlock, L"JOT.dll", "KERNEL32.dll", UnlockFileEx);
+    lock.Fail (FALSE, ERROR_NOT_SUPPORTED);
+    LogLine (NULL, "F", 5, "unlocked");
+    LogLine (NULL, "F", 5, "locked");
+    EXPECT_EQ (lock.Calls (), 2u);
+    EXPECT_EQ (unlock.Calls (), 1u);
+    EXPECT_EQ (log.Messages ("F"), (Strings { "unlocked", "locked" }));
+}
+
+TEST (JotFailures, WithoutMemoryShortLinesStillGoAndNoLineIsPartial)
+{
+    ScopedJotLog log;
+    {
+        // Spelled out: decltype of the runtime's allocators would carry their attributes along.
+        struct CallocTag {};
+        struct MallocTag {};
+        SkerryTest::Interposer<CallocTag, void * __cdecl (size_t, size_t)> callocs ("msvcrt.dll", "calloc", L"JOT.dll");
+        SkerryTest::Interposer<MallocTag, void * __cdecl (size_t)> mallocs ("msvcrt.dll", "malloc", L"JOT.dll");
+        callocs.Fail (nullptr, 0, 100);
+        mallocs.Fail (nullptr, 0, 100);
+        jot_client * client = ::jot_open (NULL, "F", 0);
+        EXPECT_EQ (client, nullptr);
+        EXPECT_EQ (::jot_message_create (), nullptr);
+        ::jot_log (client, NULL, 5, "short");
+        // Short text, but a record that outgrows its stack buffer: every byte is escaped to six.
+        ::jot_log (client, NULL, 5, "%s", std::string (400, '\x01').c_str ());
+        EXPECT_EQ (mallocs.Calls (), 1u);
+    }
+    EXPECT_EQ (log.Messages (NULL), Strings { "short" });
+}
+
+namespace {
+
+// Every writer's lines, complete and in its own order: what interleaved writes would break.
+void ExpectWholeSequences (const std::vector<JotRecord> & records, size_t writers, int lines)
+{
+    std::map<std::string, int> next;
+    for (const JotRecord & record : records)
+        EXPECT_EQ (record.fMessage, *record.fIdent + " line " + std::to_string (next [*record.fIdent]++) + std::string (300, '.'));
+    EXPECT_EQ (next.size (), writers);
+    for (const auto & writer : next)
+        EXPECT_EQ (writer.second, lines) << writer.first;
+}
+
+void WriteLines (const std::string & ident, int lines)
+{
+    for (int line = 0; line < lines; ++line)
+        LogLine (ident.c_str (), "Exceptions", 5, "%s line %d%s", ident.c_str (), line, std::string (300, '.').c_str ());
+}
+
+}
+
+TEST (JotConcurrency, ThreadsWriteWholeLines)
+{
+    ScopedJotLog log;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back (WriteLines, "thread " + std::to_string (t), 500);
+    for (std::thread & thread : threads)
+        thread.join ();
+    std::vector<JotRecord> records;
+    ASSERT_NO_THROW (records = log.Records ());
+    EXPECT_EQ (records.size (), 4000u);
+    ExpectWholeSequences (records, 8, 500);
+}
+
+// The second writer of ProcessesWriteWholeLines; it starts writing once it has said it runs.
+TEST (InChild, JotAppendsAlongsideParent)
+{
+    char name [64];
+    ASSERT_NE (::GetEnvironmentVariableA ("JOT_TEST_READY_EVENT", name, sizeof name), 0u);
+    HANDLE ready = ::OpenEventA (EVENT_MODIFY_STATE, FALSE, name);
+    ASSERT_NE (ready, nullptr);
+    ::SetEvent (ready);
+    ::CloseHandle (ready);
+    WriteLines ("child", 1000);
+}
+
+TEST (JotConcurrency, ProcessesWriteWholeLines)
+{
+    ScopedJotLog log;
+    std::string name = "JotTests.ready." + std::to_string (::GetCurrentProcessId ());
+    HANDLE ready = ::CreateEventA (NULL, TRUE, FALSE, name.c_str ());
+    ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", name.c_str ());
+    wchar_t exe [MAX_PATH];
+    ::GetModuleFileNameW (NULL, exe, MAX_PATH);
+    std::wstring command = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter=InChild.JotAppendsAlongsideParent";
+    STARTUPINFOW startup {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION child {};
+    BOOL started = ::CreateProcessW (exe, &command [0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &child);
+    ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", NULL);
+    ASSERT_TRUE (started);
+    HANDLE waits [] = { ready, child.hProcess };
+    EXPECT_EQ (::WaitForMultipleObjects (2, waits, FALSE, INFINITE), WAIT_OBJECT_0) << "the child ended before writing";
+    WriteLines ("parent", 1000);
+    ::WaitForSingleObject (child.hProcess, INFINITE);
+    DWORD status = 1;
+    ::GetExitCodeProcess (child.hProcess, &status);
+    EXPECT_EQ (status, 0u);
+    std::vector<JotRecord> records;
+    ASSERT_NO_THROW (records = log.Records ());
+    EXPECT_EQ (records.size (), 2000u);
+    ExpectWholeSequences (records, 2, 1000);
+    for (const JotRecord & record : records)
+        EXPECT_EQ (record.fPid, *record.fIdent == "child" ? child.dwProcessId : ::GetCurrentProcessId ());
+    for (HANDLE handle : { child.hThread, child.hProcess, ready })
+        ::CloseHandle (handle);
+}
+
+TEST (JotLogReader, DecodesEveryEscape)
+{
+    ScopedJotLog log;
+    WriteRaw (log.Path (), R"({"time":"t","pid":1,"tid":4294967295,"ident":"\u00e9\ud83d\ude00","facility":null,"level":-3,)"
+                           R"("message":"\/\"\\\b\f\n\r\t\u001F","fields":{"k":"v"}})" "\n");
+    std::vector<JotRecord> records = log.Records ();
+    ASSERT_EQ (records.size (), 1u);
+    EXPECT_EQ (records [0].fTid, 4294967295ul);
+    EXPECT_EQ (records [0].fIdent, std::string ("\xC3\xA9\xF0\x9F\x98\x80"));
+    EXPECT_FALSE (records [0].fFacility.has_value ());
+    EXPECT_EQ (records [0].fLevel, -3);
+    EXPECT_EQ (records [0].fMessage, "/\"\\\b\f\n\r\t\x1F");
+}
+
+TEST (JotLogReader, RejectsMalformedLinesByNumber)
+{
+    const std::string good = R"({"time":"t","pid":1,"tid":2,"ident":null,"facility":null,"level":0,"message":"m"})";
+    const std::string message = good.substr (0, good.find ("\"m\"}"));     // up to "message":
+    const size_t level = good.find (":0,") + 1;
+    const std::pair<std::string, std::string> cases [] = {
+        { good, "line 2: no newline at the end" },
+        { R"({"time":"t","pid":1,"tid":2,"ident":null,"facility":null,"message":"m"})" "\n", "line 2: no \"level\" at column 72" },
+        { message + R"("m\ud800"})" "\n", "line 2: lone high surrogate at column 86" },
+        { message + "\"a\tb\"}\n", "line 2: control character in a string at column 80" },
+        { message + "\"\xE9\"}\n", "line 2: invalid UTF-8 at column 79" },
+        { good.substr (0, level) + "1.5" + good.substr (level + 1) + "\n", "line 2: expected an integer at column 66" },
+        { good + "x\n", "line 2: text after the record at column 82" },
+        { R"({"time":"t","extra":1})" "\n", "line 2: unknown key \"extra\" at column 21" },
+    };
+    ScopedJotLog log;
+    std::string path (log.Path ().begin (), log.Path ().end ());
+    for (const auto & test : cases) {
+        WriteRaw (log.Path (), good + "\n" + test.first);
+        try {
+            log.Records ();
+            ADD_FAILURE () << "accepted: " << test.first;
+        } catch (const std::runtime_error & error) {
+            EXPECT_EQ (error.what (), "jot log " + path + ", " + test.second);
+        }
+    }
+}
+
+TEST (JotLogReader, ScopeSelectsFacilitiesClearsAndRestores)
+{
+    ::SetEnvironmentVariableW (kVariable, L"previous");
+    std::wstring path;
+    {
+        ScopedJotLog log;
+        path = log.Path ();
+        LogLine (NULL, "Other", 5, "gone");
+        log.Clear ();
+        LogLine (NULL, "Exceptions", 5, "e");
+        LogLine (NULL, "Other", 5, "o");
+        LogLine (NULL, NULL, 5, "n");
+        EXPECT_EQ (log.Messages (), Strings { "e" });
+        EXPECT_EQ (log.Messages ("Other"), Strings { "o" });
+        EXPECT_EQ (log.Messages (NULL), Strings { "n" });
+    }
+    wchar_t value [16] = L"";
+    ::GetEnvironmentVariableW (kVariable, value, 16);
+    ::SetEnvironmentVariableW (kVariable, NULL);
+    EXPECT_STREQ (value, L"previous");
+    EXPECT_EQ (::GetFileAttributesW (path.c_str ()), INVALID_FILE_ATTRIBUTES);
+}

@@ -1,0 +1,61 @@
+// Reading what a test made jot write. ScopedJotLog points JOT_LOG_FILE at a fresh temporary file
+// for its lifetime, so that every jot client opened meanwhile appends its records there, and
+// reads them back:
+//
+//     SkerryTest::ScopedJotLog log;
+//     ... code that logs ...
+//     EXPECT_EQ (log.Messages (), std::vector<std::string> { "..." });
+//
+// The environment variable is process-wide, and a jot client reads it when it is opened: records
+// reach the file from clients opened while the ScopedJotLog lives.
+#ifndef SKERRY_TEST_JOT_LOG
+#define SKERRY_TEST_JOT_LOG
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace SkerryTest {
+
+// One line of a jot log. Texts are UTF-8, as in the file; fIdent and fFacility are empty for
+// JSON null.
+struct JotRecord {
+    std::string fTime;
+    unsigned long fPid = 0;
+    unsigned long fTid = 0;
+    std::optional<std::string> fIdent;
+    std::optional<std::string> fFacility;
+    int fLevel = 0;
+    std::string fMessage;
+    std::vector<std::pair<std::string, std::string>> fFields;
+};
+
+// The records of a jot log file, in file order. A line that isn't a well-formed record (including
+// a last line without its newline, which is what a torn write would leave) raises
+// std::runtime_error naming the file and the line number; so does a file that can't be read.
+std::vector<JotRecord> ReadJotLog (const std::wstring & path);
+
+class ScopedJotLog {
+public:
+    ScopedJotLog ();
+    ~ScopedJotLog ();
+
+    const std::wstring & Path () const { return fPath; }
+    std::vector<JotRecord> Records () const;
+    // The messages of the records whose facility is `facility` (NULL: records without one).
+    std::vector<std::string> Messages (const char * facility = "Exceptions") const;
+    // Empties the file; clients that are open keep appending to it.
+    void Clear ();
+
+private:
+    ScopedJotLog (const ScopedJotLog &) = delete;
+    ScopedJotLog & operator = (const ScopedJotLog &) = delete;
+
+    std::wstring fPath;
+    std::optional<std::wstring> fPreviousValue;
+};
+
+}
+
+#endif
