@@ -17,7 +17,7 @@ export WINEDEBUG := -all
 export LANG := C.UTF-8
 export LC_ALL := C.UTF-8
 
-.PHONY: setup configure build demo test bench install clean
+.PHONY: setup configure build quiet-build demo test bench install clean
 
 setup:
 	@scripts/setup
@@ -25,8 +25,15 @@ setup:
 configure: setup
 	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i686-mingw.cmake >/dev/null
 
+# cmake's own make must not inherit ours: it would print every directory it enters.
+CMAKE_BUILD = env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(BUILD) -j $(JOBS)
+
 build: configure
-	@cmake --build $(BUILD) -j $(JOBS)
+	@$(CMAKE_BUILD) --target all benches
+
+# The demo builds quietly and shows the build's output only when it fails.
+quiet-build: configure
+	@$(CMAKE_BUILD) --target all benches >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
 
 # Wine starts its server and system processes with the first program; started cold inside a test
 # run they slow every test and hold CTest's output pipe. Keep a server warm for the whole run.
@@ -34,14 +41,14 @@ define warm_wine
 	wineserver -p; wine cmd /c exit >/dev/null 2>&1
 endef
 
-demo: build
+demo: quiet-build
 	@$(warm_wine); wine $(BUILD)/bin/Demo.exe; status=$$?; wineserver -k; exit $$status
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
 
 bench: configure
-	@cmake --build $(BUILD) -j $(JOBS) --target benches
+	@$(CMAKE_BUILD) --target benches
 	@$(warm_wine); status=0; for b in $(BUILD)/bin/*Bench.exe; do wine $$b || status=1; done; wineserver -k; exit $$status
 
 install: build

@@ -5,7 +5,12 @@
 
 #include "Harness.h"
 
+#include <jot.h>
+
 #include <windows.h>
+
+#include <cstdarg>
+#include <vector>
 
 namespace {
 
@@ -39,6 +44,32 @@ __attribute__ ((noinline)) void LibraryThrow ()
     }
 }
 
+// What the throw spends outside the library: its one log line, as the library writes it.
+__attribute__ ((noinline)) void LogLine (const char * format, ...)
+{
+    jot_client * client = ::jot_open (NULL, "Exceptions", 0);
+    va_list arguments;
+    va_start (arguments, format);
+    ::jot_vlog (client, NULL, 5, format, arguments);
+    va_end (arguments);
+    ::jot_close (client);
+}
+
+__attribute__ ((noinline)) void OneLogLine ()
+{
+    LogLine ("%s: throwing exception due to Win32 error %lu on line %d of file %s", "Bench::LibraryThrow", 2ul, 1,
+        "ErrorModelBench");
+}
+
+// What owning the addresses costs on top of the capture: one exact-size allocation.
+__attribute__ ((noinline)) void RawCaptureAndAllocation ()
+{
+    void * frames [61];
+    unsigned count = sCapture (2, 60, frames, NULL);
+    std::vector<void *> owned (frames, frames + count);
+    sSink = sSink + unsigned (owned.size ());
+}
+
 __attribute__ ((noinline)) void LibraryCapture ()
 {
     Skerry::StackTrace trace;
@@ -67,15 +98,20 @@ int main ()
         ::GetModuleHandleW (L"kernel32"), "RtlCaptureStackBackTrace")));
 
     SkerryBench::Header ("Error model, 70 frames deep");
-    double bare = 0, raw = 0, thrown = 0, captured = 0;
+    double bare = 0, raw = 0, thrown = 0, captured = 0, logged = 0, owned = 0;
     AtDepth (70, [&] {
         bare = SkerryBench::Median (BareThrow);
         raw = SkerryBench::Median (RawCapture);
         thrown = SkerryBench::Median (LibraryThrow);
         captured = SkerryBench::Median (LibraryCapture);
+        logged = SkerryBench::Median (OneLogLine);
+        owned = SkerryBench::Median (RawCaptureAndAllocation);
     });
     bool met = SkerryBench::Report ("ThrowWin32ErrorFunc vs C++ throw + raw capture", thrown, bare + raw, 1.5);
+    SkerryBench::Breakdown ("the throw less its log line through jot", thrown - logged, bare + raw);
+    SkerryBench::Breakdown ("the log line alone (open, vlog, close)", logged, bare + raw);
     met = SkerryBench::Report ("StackTrace vs raw RtlCaptureStackBackTrace", captured, raw, 1.2) && met;
+    SkerryBench::Breakdown ("vs raw capture + one exact-size allocation", captured, owned);
     std::printf ("(C++ throw of an int alone: %.0f ns, raw capture of 60 frames alone: %.0f ns)\n", bare, raw);
     return met ? 0 : 1;
 }

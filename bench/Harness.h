@@ -55,6 +55,13 @@ inline bool Report (const char * name, double library, double baseline, double t
     return ratio <= target;
 }
 
+// Prints a comparison that explains another one and has no target of its own.
+inline void Breakdown (const char * name, double library, double baseline)
+{
+    std::printf ("  %-50s %12.0f %12.0f %7.2fx\n", name, library, baseline, library / baseline);
+    std::fflush (stdout);
+}
+
 }
 
 #endif
