@@ -415,6 +415,10 @@ static void write_stderr(const jot_buffer *text) {
 
 static void log_line(const jot_client *client, const jot_message *message, int level, const char *format, va_list args) {
   jot_buffer text;
+  /* A line that no one will receive is not even formatted: programs log on their failure paths,
+   * and those should cost no more than they must when logging goes nowhere. */
+  if (client->file == INVALID_HANDLE_VALUE && !(client->options & JOT_OPTION_STDERR) && !IsDebuggerPresent())
+    return;
   buffer_init(&text);
   format_text(&text, format, args);
   if (!text.failed) {
