@@ -11,6 +11,7 @@ file(REMOVE_RECURSE ${PREFIX} ${CONSUMER_BUILD})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
 foreach(file include/LibSkerry/LibSkerry include/jot.h bin/LibSkerry.dll bin/JOT.dll bin/libstdc++-6.dll
         bin/libgcc_s_dw2-1.dll bin/libwinpthread-1.dll lib/LibSkerry.dll.a lib/JOT.dll.a
+        include/Plinth/Plinth.h bin/Plinth.dll lib/Plinth.dll.a
         lib/cmake/LibSkerry/LibSkerryConfig.cmake)
   if(NOT EXISTS ${PREFIX}/${file})
     message(FATAL_ERROR "the installed package lacks ${file}")
