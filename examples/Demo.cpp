@@ -1,10 +1,13 @@
 // The main job: a program that uses LibSkerry the way an application does. It makes a real
-// platform call fail, lets the library raise, catches the exception and shows all it carries.
+// platform call fail, lets the library raise, catches the exception and shows all it carries;
+// then it takes text through Base64 and two code pages and back.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 namespace {
 
@@ -40,6 +43,46 @@ void ShowSite (const char * kind, const Skerry::Exceptions::Base & e)
         unsigned (e.fLine));
 }
 
+// Text as C escapes, so that line breaks and bytes above 0x7F show.
+std::string Escaped (const std::string & text)
+{
+    std::string shown;
+    for (unsigned char c : text) {
+        if (c == '\r')
+            shown += "\\r";
+        else if (c == '\n')
+            shown += "\\n";
+        else if (c < 0x20 || c > 0x7E) {
+            char hex [8];
+            std::snprintf (hex, sizeof hex, "\\x%02x", c);
+            shown += hex;
+        }
+        else
+            shown += char (c);
+    }
+    return shown;
+}
+
+// A greeting in Windows-1252 becomes UTF-16, then UTF-8; its UTF-8 bytes become Base64 text and
+// are decoded again.
+bool ShowText ()
+{
+    const char greeting [] = "Gr\xfc\xdf" "e aus Tolvane \x80 5";
+    std::printf ("Windows-1252 bytes:  \"%s\" (%u bytes)\n", Escaped (greeting).c_str (), unsigned (sizeof greeting - 1));
+    Skerry::WideStringFromANSI wide (greeting, sizeof greeting - 1, 1252);
+    std::printf ("as UTF-16:           %u units, the last but two U+%04X\n", unsigned (wide.size ()),
+        unsigned (wide [wide.size () - 3]));
+    Skerry::ANSIStringFromWide utf8 (wide, 65001);
+    std::printf ("as UTF-8:            \"%s\" (%u bytes, code page %u)\n", Escaped (utf8).c_str (),
+        unsigned (utf8.size ()), utf8.GetCodePage ());
+    Skerry::Base64::String text (utf8.data (), unsigned (utf8.size ()));
+    std::printf ("Base64:              \"%s\"\n", Escaped (text).c_str ());
+    Skerry::Base64::Binary decoded (text);
+    bool same = decoded.fSize == utf8.size () && std::memcmp (decoded, utf8.data (), utf8.size ()) == 0;
+    std::printf ("decoded again:       %lu bytes, %s\n", decoded.fSize, same ? "the same" : "DIFFERENT");
+    return same;
+}
+
 }
 
 int main ()
@@ -66,6 +109,21 @@ int main ()
         ShowSite ("String", e);
         std::printf ("  message:  %s\n", e.fMessage);
         std::printf ("  frames:   %u\n", unsigned (e.size ()));
+    }
+
+    std::printf ("\nTaking text through code pages and Base64 ...\n");
+    try {
+        if (! ShowText ())
+            return 1;
+        std::printf ("\nDecoding text that isn't Base64 ...\n");
+        Skerry::Base64::Binary bytes (std::string ("not Base64!"));
+        std::printf ("unexpectedly, it decoded to %lu bytes\n", bytes.fSize);
+        return 1;
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        std::printf ("Caught a LibSkerry exception:\n");
+        ShowSite ("Win32", e);
+        std::printf ("  code:     %lu\n", e.fCode);
     }
     return 0;
 }

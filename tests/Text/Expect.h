@@ -1,4 +1,4 @@
-// What the text tests expect of a failure: its kind, and the site it reports.
+// What the text tests expect of a failure: its kind, and the function and source name it reports.
 #ifndef SKERRY_TEST_TEXT_EXPECT
 #define SKERRY_TEST_TEXT_EXPECT
 
@@ -10,9 +10,8 @@
 
 namespace SkerryTest {
 
-// Runs `raise`, which must throw an E, and checks the function and source name it reports.
 template <typename E, typename Raise>
-E ExpectThrown (Raise raise, const char * function, const char * file)
+E Expect (Raise raise, const char * function, const char * file)
 {
     try {
         raise ();
@@ -29,19 +28,7 @@ E ExpectThrown (Raise raise, const char * function, const char * file)
 template <typename Raise>
 void ExpectAssertion (Raise raise, const char * message, const char * function, const char * file)
 {
-    EXPECT_STREQ (ExpectThrown<Skerry::Exceptions::String> (raise, function, file).fMessage, message);
-}
-
-template <typename Raise>
-void ExpectWin32 (Raise raise, unsigned long code, const char * function, const char * file)
-{
-    EXPECT_EQ (ExpectThrown<Skerry::Exceptions::Win32> (raise, function, file).fCode, code);
-}
-
-template <typename Raise>
-void ExpectSkerry (Raise raise, unsigned long code, const char * function, const char * file)
-{
-    EXPECT_EQ (ExpectThrown<Skerry::Exceptions::Skerry> (raise, function, file).fCode, code);
+    EXPECT_STREQ (Expect<Skerry::Exceptions::String> (raise, function, file).fMessage, message);
 }
 
 }

@@ -1,0 +1,223 @@
+// Base64 against the RFC 4648 vectors and an encoder of our own with the platform's line layout;
+// code pages against known bytes; the small text tools; and every failure of the platform calls.
+#include <LibSkerry/Base64>
+#include <LibSkerry/CodePages>
+#include <LibSkerry/StringUtilities>
+
+#include "Expect.h"
+#include "Interposer.h"
+
+#include <wincrypt.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace Skerry::Base64;
+using Skerry::ANSIStringFromWide;
+using Skerry::WideStringFromANSI;
+using Skerry::Exceptions::Win32;
+using SkerryError = Skerry::Exceptions::Skerry;
+
+namespace {
+
+// RFC 4648 Base64 in lines of 64 characters, each ended by CR LF, the last one too.
+std::string Reference (const std::string & bytes)
+{
+    static const char kAlphabet [] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string flat, lines;
+    for (size_t i = 0; i < bytes.size (); i += 3) {
+        unsigned group = 0;
+        for (size_t k = 0; k < 3; ++k)
+            group = group << 8 | (i + k < bytes.size () ? static_cast<unsigned char> (bytes [i + k]) : 0);
+        for (size_t k = 0; k < 4; ++k)
+            flat += i + k <= bytes.size () ? kAlphabet [(group >> (18 - 6 * k)) & 63] : '=';
+    }
+    for (size_t i = 0; i < flat.size (); i += 64)
+        lines += flat.substr (i, 64) + "\r\n";
+    return lines;
+}
+
+std::wstring Widen (const std::string & text) { return std::wstring (text.begin (), text.end ()); }
+std::string Decoded (Binary && bytes) { return std::string (reinterpret_cast<char *> (+bytes), bytes.fSize); }
+
+const char kEncode [] = "Skerry::Base64::ConstructString";
+const char kDecode [] = "Skerry::Base64::ConstructBinary";
+const char kToWide [] = "Skerry::ConstructWideStringFromANSI";
+const char kToANSI [] = "Skerry::ConstructANSIStringFromWide";
+
+}
+
+TEST (Base64, AgainstTheRfcVectorsAndAnIndependentEncoder)
+{
+    for (auto vector : { "f:Zg==", "fo:Zm8=", "foo:Zm9v", "foob:Zm9vYg==", "fooba:Zm9vYmE=", "foobar:Zm9vYmFy" }) {
+        const char * colon = std::strchr (vector, ':');
+        std::string bytes (vector, colon), text (colon + 1);
+        EXPECT_EQ (String (bytes.data (), unsigned (bytes.size ())), text + "\r\n");
+        EXPECT_EQ (Decoded (Binary (text)), bytes);
+    }
+    // Random bytes, and the sizes Wine miscounts (48k+1 and 48k+2), whose text must still be exact.
+    std::mt19937 random (20261123);
+    std::vector<unsigned> sizes = { 0, 1, 2, 3, 48, 49, 50, 51, 97, 98, 145, 146, 4801, 4802, 5000 };
+    for (int i = 0; i < 120; ++i)
+        sizes.push_back (random () % 5001);
+    for (unsigned size : sizes) {
+        std::string bytes (size, ' ');
+        for (char & byte : bytes)
+            byte = char (random ());
+        String text (bytes.data (), size);
+        ASSERT_EQ (text, Reference (bytes)) << size;
+        EXPECT_EQ (WideString (bytes.data (), size), Widen (text));
+        EXPECT_EQ (Decoded (Binary (text)), bytes);
+        EXPECT_EQ (Decoded (Binary (Widen (text))), bytes);
+        // Damaged text decodes to something or fails as the platform says, nothing else.
+        text [random () % (text.size () + 1)] = "!A=\r\0-" [random () % 6];
+        try {
+            Binary damaged (text);
+        }
+        catch (const Win32 & e) {
+            EXPECT_EQ (e.fCode, DWORD (ERROR_INVALID_DATA));
+        }
+    }
+}
+
+TEST (Base64, EncoderFailuresRaiseSkerry18AndNoBytesCallNothing)
+{
+    SKERRY_INTERPOSE (narrow, "CRYPT32.dll", CryptBinaryToStringA);
+    SKERRY_INTERPOSE (wide, "CRYPT32.dll", CryptBinaryToStringW);
+    EXPECT_TRUE (String (nullptr, 0).empty () && WideString (nullptr, 0).empty ());
+    EXPECT_EQ (narrow.Calls () + wide.Calls (), 0u);
+    for (unsigned call = 0; call < 2; ++call) {
+        narrow.Fail (FALSE, ERROR_OUTOFMEMORY, 1, call);
+        EXPECT_EQ (SkerryTest::Expect<SkerryError> ([] { String text ("abc", 3); }, kEncode, "Base64").fCode, 18ul);
+        wide.Fail (FALSE, ERROR_OUTOFMEMORY, 1, call);
+        EXPECT_EQ (SkerryTest::Expect<SkerryError> ([] { WideString text ("abc", 3); }, kEncode, "Base64").fCode, 18ul);
+    }
+    EXPECT_EQ (std::get<2> (narrow.CallArguments () [0]), DWORD (CRYPT_STRING_BASE64));
+}
+
+TEST (Base64, DecoderFailuresRaiseWin32AndItsAssertionsCheckBothCalls)
+{
+    SKERRY_INTERPOSE (narrow, "CRYPT32.dll", CryptStringToBinaryA);
+    SKERRY_INTERPOSE (wide, "CRYPT32.dll", CryptStringToBinaryW);
+    for (unsigned call = 0; call < 2; ++call) {
+        narrow.Fail (FALSE, 1234 + call, 1, call);
+        EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Binary b (std::string ("AQgP")); }, kDecode, "Base64").fCode, 1234 + call);
+        wide.Fail (FALSE, 1234 + call, 1, call);
+        EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Binary b (std::wstring (L"AQgP")); }, kDecode, "Base64").fCode, 1234 + call);
+    }
+    // Spoils the format, the skip count or the size, of the first call or the second.
+    const char * format = "assertion failed: CRYPT_STRING_BASE64 == actualFormat", * skip = "assertion failed: !skip";
+    const char * messages [] = { format, skip, "assertion failed: actualBufferSize == destBufferSize", format, skip };
+    for (unsigned spoil = 0; spoil < 5; ++spoil) {
+        unsigned call = 0;
+        narrow.Replace ([&] (LPCSTR text, DWORD length, DWORD flags, BYTE * bytes, DWORD * size, DWORD * skipped,
+                            DWORD * found) {
+            BOOL result = narrow.Original (text, length, flags, bytes, size, skipped, found);
+            DWORD * spoiled [] = { found, skipped, size, found, skipped };
+            *spoiled [spoil] += call++ == (spoil < 2 ? 0u : 1u) ? 2 : 0;
+            return result;
+        });
+        SkerryTest::ExpectAssertion ([] { Binary b (std::string ("AQgP")); }, messages [spoil], kDecode, "Base64");
+    }
+}
+
+TEST (CodePages, KnownSequencesWithNullsInside)
+{
+    const struct {
+        unsigned fCodePage;
+        std::string fNarrow;
+        std::wstring fWide;
+    } samples [] = {
+        { 1252, std::string ("Gr\xfc\xdf" "e\0\x80", 7), std::wstring (L"Gr\u00fc\u00dfe\0\u20ac", 7) },
+        { 65001, std::string ("a\0\xe2\x82\xac\xf0\x9f\x98\x80", 9), std::wstring (L"a\0\u20ac\xd83d\xde00", 5) },
+        { 932, std::string ("\x93\xfa\x96\x7b\0\xb1", 6), std::wstring (L"\u65e5\u672c\0\uff71", 4) },
+        { 936, std::string ("\xd6\xd0\xce\xc4\0A", 6), std::wstring (L"\u4e2d\u6587\0A", 4) } };
+    for (auto & sample : samples) {
+        EXPECT_EQ (WideStringFromANSI (sample.fNarrow.data (), unsigned (sample.fNarrow.size ()), sample.fCodePage),
+            sample.fWide);
+        EXPECT_EQ (ANSIStringFromWide (sample.fWide, sample.fCodePage), sample.fNarrow);
+    }
+    auto wide = [] { WideStringFromANSI text ("a", 1, 12345); };
+    EXPECT_EQ (SkerryTest::Expect<Win32> (wide, kToWide, "StringUtilities").fCode, 87ul);
+    auto narrow = [] { ANSIStringFromWide text (L"a", 1, 12345); };
+    EXPECT_EQ (SkerryTest::Expect<Win32> (narrow, kToANSI, "StringUtilities").fCode, 87ul);
+    SkerryTest::ExpectAssertion ([] { WideStringFromANSI t (nullptr, 1); }, "assertion failed: s", kToWide, "StringUtilities");
+    SkerryTest::ExpectAssertion ([] { ANSIStringFromWide t (nullptr, 1); }, "assertion failed: w", kToANSI, "StringUtilities");
+}
+
+TEST (CodePages, CodePageZeroAndEmptySources)
+{
+    // The ANSI code page follows the locale under Wine: the test sets it.
+    SKERRY_INTERPOSE (acp, "KERNEL32.dll", GetACP);
+    SKERRY_INTERPOSE (toWide, "KERNEL32.dll", MultiByteToWideChar);
+    SKERRY_INTERPOSE (toANSI, "KERNEL32.dll", WideCharToMultiByte);
+    acp.Replace ([] { return UINT (932); });
+    EXPECT_EQ (WideStringFromANSI (nullptr, 0) + WideStringFromANSI ("", 0, 12345), L"");
+    EXPECT_EQ (acp.Calls (), 0u);
+    ANSIStringFromWide empty (nullptr, 0);
+    EXPECT_EQ (empty + ANSIStringFromWide (std::wstring (), 12345), "");
+    EXPECT_EQ (toWide.Calls () + toANSI.Calls (), 0u);
+    EXPECT_EQ (WideStringFromANSI ("\x93\xfa"), L"\u65e5");
+    // A system without an ANSI code page gets UTF-8; copies carry the code page along.
+    acp.Replace ([] { return UINT (0); });
+    ANSIStringFromWide utf8 (L"\u20ac", 1), copy (empty);
+    EXPECT_EQ (utf8, "\xe2\x82\xac");
+    EXPECT_EQ (copy.GetCodePage (), 932u);
+    copy = utf8;
+    EXPECT_EQ (copy.GetCodePage (), 65001u);
+}
+
+TEST (CodePages, PlatformFailuresOnEachPass)
+{
+    SKERRY_INTERPOSE (toWide, "KERNEL32.dll", MultiByteToWideChar);
+    SKERRY_INTERPOSE (toANSI, "KERNEL32.dll", WideCharToMultiByte);
+    auto wide = [] { WideStringFromANSI text ("abc", 3, 1252); };
+    auto narrow = [] { ANSIStringFromWide text (L"abc", 3, 1252); };
+    for (unsigned pass = 0; pass < 2; ++pass) {
+        toWide.Fail (0, 1113 + pass, 1, pass);
+        EXPECT_EQ (SkerryTest::Expect<Win32> (wide, kToWide, "StringUtilities").fCode, 1113 + pass);
+        toANSI.Fail (0, 1113 + pass, 1, pass);
+        EXPECT_EQ (SkerryTest::Expect<Win32> (narrow, kToANSI, "StringUtilities").fCode, 1113 + pass);
+    }
+    // The writing pass converts another count than the sizing pass measured.
+    toWide.Replace ([&] (UINT page, DWORD flags, LPCCH s, int length, LPWSTR buffer, int count) {
+        return buffer == nullptr ? toWide.Original (page, flags, s, length, buffer, count) : count - 1;
+    });
+    EXPECT_EQ (SkerryTest::Expect<SkerryError> (wide, kToWide, "StringUtilities").fCode, 6ul);
+    toANSI.Replace ([&] (UINT page, DWORD flags, LPCWCH w, int length, LPSTR buffer, int count, LPCCH d, LPBOOL u) {
+        return buffer == nullptr ? toANSI.Original (page, flags, w, length, buffer, count, d, u) : count - 1;
+    });
+    EXPECT_EQ (SkerryTest::Expect<SkerryError> (narrow, kToANSI, "StringUtilities").fCode, 6ul);
+}
+
+TEST (TextTools, GUIDsPrintableTextAndTokens)
+{
+    EXPECT_EQ (Skerry::StringFromGUID (GUID ()), L"00000000-0000-0000-0000-000000000000");
+    const GUID guid = { 0x6b29fc40, 0xca47, 0x1067, { 0xb3, 0x1d, 0x00, 0xdd, 0x01, 0x06, 0x62, 0xda } };
+    EXPECT_EQ (Skerry::StringFromGUID (guid), L"6B29FC40-CA47-1067-B31D-00DD010662DA");
+    SKERRY_INTERPOSE (print, "ole32.dll", StringFromGUID2);
+    print.Replace ([&] (REFGUID id, LPOLESTR buffer, int size) { return print.Original (id, buffer, size) - 1; });
+    SkerryTest::ExpectAssertion ([&] { Skerry::StringFromGUID text (guid); },
+        "assertion failed: actualStringLength == guidStringLength", "Skerry::StringFromGUID::StringFromGUID",
+        "StringUtilities");
+
+    // Every element value, those isprint isn't defined for included, stays in bounds.
+    unsigned printable = Skerry::IsPrintableASCII (std::string ()) + Skerry::IsPrintableASCII (std::wstring ());
+    for (unsigned value = 0; value <= 0xFFFF; ++value)
+        printable += Skerry::IsPrintableASCII (std::wstring (1, wchar_t (value)))
+            + (value <= 0xFF && Skerry::IsPrintableASCII (std::string (" ~") + char (value)));
+    EXPECT_EQ (printable, 2 + 2 * 95u);
+
+    std::vector<std::string> tokens { "kept" };
+    Skerry::AppendTokens (",a,,b,", ",", tokens, true);
+    Skerry::AppendTokens (",a,;b,", ",;", tokens, false);
+    Skerry::AppendTokens ("x,y", "", tokens, false);
+    Skerry::AppendTokens ("", ",", tokens, false);
+    Skerry::AppendTokens ("", ",", tokens, true);
+    EXPECT_EQ (tokens, (std::vector<std::string> { "kept", "", "a", "", "b", "", "a", "b", "x,y", "" }));
+    std::vector<std::wstring> wide;
+    Skerry::AppendTokens (L"\u00e9,,b", L",", wide, true);
+    EXPECT_EQ (wide, (std::vector<std::wstring> { L"\u00e9", L"", L"b" }));
+}
