@@ -34,6 +34,14 @@ __attribute__ ((noinline)) Win32 ThrowFromNamedFunction ()
     return Win32 ("unreached", "", 0, 0);
 }
 
+// A throw as the last statement of its function: the site's return address must still lie
+// inside the function for the trace to name it.
+__attribute__ ((noinline)) void FailAtTheEnd (int code)
+{
+    SKERRY_SITE ("Skerry::Example::FailAtTheEnd");
+    SKERRY_THROW_WIN32 (unsigned (code));
+}
+
 }
 }
 
@@ -89,6 +97,16 @@ TEST (Symbolicate, NamesTheFramesOfTheLibraryAndTheProgram)
     std::string::size_type column = lines [0].find (" 0x");
     for (const std::string & line : lines)
         EXPECT_EQ (line.find (" 0x"), column) << text;
+
+    try {
+        Skerry::Example::FailAtTheEnd (5);
+    }
+    catch (const Win32 & atTheEnd) {
+        std::vector<std::string> frames = Lines (atTheEnd.Symbolicate ());
+        ASSERT_GE (frames.size (), 2u);
+        EXPECT_NE (frames [0].find (" Skerry::Exceptions::ThrowWin32ErrorFunc+0x"), std::string::npos) << frames [0];
+        EXPECT_NE (frames [1].find (" Skerry::Example::FailAtTheEnd+0x"), std::string::npos) << frames [1];
+    }
 }
 
 TEST (Symbolicate, ModulesAreRightAlignedToTheLongestOfTheTrace)
