@@ -4,8 +4,10 @@
 #   make test      build everything, run the whole suite under Wine with CTest
 #   make bench     build and run the benchmarks under Wine
 #   make install PREFIX=dir   install headers, DLLs, import libraries and the CMake package
+#   make native    build Plinth's portable core with the host compiler and run its tests natively
 
 BUILD   ?= build
+NATIVE  ?= build-native
 PREFIX  ?= $(CURDIR)/install
 JOBS    ?= $(shell nproc)
 
@@ -49,10 +51,18 @@ test: build
 
 bench: configure
 	@$(CMAKE_BUILD) --target benches
+	@cmake -S plinth -B $(NATIVE) >/dev/null && env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthBench >/dev/null && $(NATIVE)/PlinthBench
 	@$(warm_wine); status=0; for b in $(BUILD)/bin/*Bench.exe; do wine $$b || status=1; done; wineserver -k; exit $$status
 
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
+# Plinth's portable core, natively: the same tests as under Wine, with the sanitizers.
+.PHONY: native
+native: setup
+	@cmake -S plinth -B $(NATIVE) >/dev/null
+	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthTests
+	@cd $(NATIVE) && ctest --output-on-failure
+
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(NATIVE)

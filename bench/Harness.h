@@ -5,7 +5,11 @@
 #ifndef SKERRY_BENCH_HARNESS
 #define SKERRY_BENCH_HARNESS
 
+#ifdef _WIN32
 #include <windows.h>
+#else
+#include <chrono>   // native benchmarks (Plinth's portable core) time with the standard clock
+#endif
 
 #include <algorithm>
 #include <cstdio>
@@ -18,23 +22,31 @@ struct Options {
     unsigned fOperationsPerBatch = 2000;
 };
 
+// A monotonic time in nanoseconds, for differences.
+inline double Now ()
+{
+#ifdef _WIN32
+    LARGE_INTEGER frequency, counter;
+    ::QueryPerformanceFrequency (&frequency);
+    ::QueryPerformanceCounter (&counter);
+    return double (counter.QuadPart) * 1e9 / double (frequency.QuadPart);
+#else
+    return std::chrono::duration<double, std::nano> (std::chrono::steady_clock::now ().time_since_epoch ()).count ();
+#endif
+}
+
 // Median nanoseconds per operation of `operation`.
 template <typename Operation>
 double Median (Operation operation, const Options & options = Options ())
 {
-    LARGE_INTEGER frequency;
-    ::QueryPerformanceFrequency (&frequency);
     for (unsigned i = 0; i < options.fOperationsPerBatch / 10 + 1; ++i)   // warm up
         operation ();
     std::vector<double> perOperation;
     for (unsigned batch = 0; batch < options.fBatches; ++batch) {
-        LARGE_INTEGER start, stop;
-        ::QueryPerformanceCounter (&start);
+        double start = Now ();
         for (unsigned i = 0; i < options.fOperationsPerBatch; ++i)
             operation ();
-        ::QueryPerformanceCounter (&stop);
-        perOperation.push_back (double (stop.QuadPart - start.QuadPart) * 1e9
-            / double (frequency.QuadPart) / options.fOperationsPerBatch);
+        perOperation.push_back ((Now () - start) / options.fOperationsPerBatch);
     }
     std::sort (perOperation.begin (), perOperation.end ());
     return perOperation [perOperation.size () / 2];

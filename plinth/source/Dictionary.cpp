@@ -1,0 +1,560 @@
+// Dictionaries and sets over the hash table. Both keep a copy of the callbacks they were made with
+// for life; a set is a table whose entries have no values.
+#include "HashTable.h"
+#include "Describe.h"
+
+#include <cstdlib>
+#include <new>
+
+using namespace Plinth;
+
+namespace Plinth {
+
+HashTable::Slot * HashTable::PrepareInsert (uint32_t hash)
+{
+    if ((int64_t (fCount) + 1) * 4 > int64_t (fCapacity) * 3 && ! Grow ())
+        return nullptr;
+    uint32_t i = Home (hash);
+    while (fSlots [i].fKey != nullptr)
+        i = (i + 1) & (fCapacity - 1);
+    fSlots [i].fHash = hash;
+    return &fSlots [i];
+}
+
+bool HashTable::Grow ()
+{
+    if (fCapacity >= 0x40000000u)
+        return false;
+    uint32_t capacity = fCapacity == 0 ? 8 : fCapacity * 2;
+    Slot * slots = static_cast<Slot *> (Allocate (fAllocator, capacity * sizeof (Slot)));
+    if (slots == nullptr)
+        return false;
+    std::memset (slots, 0, capacity * sizeof (Slot));
+    Slot * old = fSlots;
+    uint32_t oldCapacity = fCapacity;
+    fSlots = slots;
+    fCapacity = capacity;
+    --fShift;
+    if (oldCapacity == 0)
+        fShift = 29;
+    for (uint32_t k = 0; k < oldCapacity; ++k)
+        if (old [k].fKey != nullptr) {
+            uint32_t i = Home (old [k].fHash);
+            while (fSlots [i].fKey != nullptr)
+                i = (i + 1) & (fCapacity - 1);
+            fSlots [i] = old [k];
+        }
+    Deallocate (fAllocator, old);
+    return true;
+}
+
+void HashTable::Remove (Slot * slot)
+{
+    uint32_t mask = fCapacity - 1;
+    uint32_t hole = uint32_t (slot - fSlots);
+    // Backward shift: an entry further along moves into the hole when the hole lies on its probe
+    // path, that is, between its home slot and where it stands.
+    for (uint32_t next = (hole + 1) & mask; fSlots [next].fKey != nullptr; next = (next + 1) & mask) {
+        uint32_t home = Home (fSlots [next].fHash);
+        if (((next - home) & mask) >= ((next - hole) & mask)) {
+            fSlots [hole] = fSlots [next];
+            hole = next;
+        }
+    }
+    fSlots [hole] = Slot {};
+    --fCount;
+}
+
+void HashTable::Clear ()
+{
+    Deallocate (fAllocator, fSlots);
+    fSlots = nullptr;
+    fCapacity = 0;
+    fShift = 32;
+    fCount = 0;
+}
+
+}
+
+struct __PLDictionary : Object {
+    HashTable fTable;
+    PLDictionaryKeyCallBacks fKeys;
+    PLDictionaryValueCallBacks fValues;
+    KeyCallBacks fLookup;
+    bool fMutable;
+};
+
+struct __PLSet : Object {
+    HashTable fTable;
+    PLSetCallBacks fCallBacks;
+    KeyCallBacks fLookup;
+    bool fMutable;
+};
+
+namespace {
+
+PLDictionaryKeyCallBacks const kNoKeyCallBacks = {};
+PLDictionaryValueCallBacks const kNoValueCallBacks = {};
+
+void const * RetainWith (PLRetainCallBack retain, PLAllocatorRef allocator, void const * value)
+{
+    return retain != nullptr ? retain (allocator, value) : value;
+}
+
+void ReleaseWith (PLReleaseCallBack release, PLAllocatorRef allocator, void const * value)
+{
+    if (release != nullptr)
+        release (allocator, value);
+}
+
+// Dictionaries
+
+void ReleaseEntries (__PLDictionary * d)
+{
+    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
+        HashTable::Slot & slot = d->fTable.At (i);
+        if (slot.fKey != nullptr) {
+            ReleaseWith (d->fKeys.release, d->fAllocator, slot.fKey);
+            ReleaseWith (d->fValues.release, d->fAllocator, slot.fValue);
+        }
+    }
+}
+
+void FinalizeDictionary (Object * object)
+{
+    __PLDictionary * d = static_cast<__PLDictionary *> (object);
+    ReleaseEntries (d);
+    d->fTable.~HashTable ();
+}
+
+bool ValuesEqual (PLDictionaryValueCallBacks const & callBacks, void const * x, void const * y)
+{
+    return x == y || (callBacks.equal != nullptr && callBacks.equal (x, y));
+}
+
+bool EqualDictionaries (Object const * x, Object const * y)
+{
+    __PLDictionary const * a = static_cast<__PLDictionary const *> (x);
+    __PLDictionary const * b = static_cast<__PLDictionary const *> (y);
+    if (a->fTable.Count () != b->fTable.Count ())
+        return false;
+    for (uint32_t i = 0; i < a->fTable.Capacity (); ++i) {
+        HashTable::Slot const & slot = a->fTable.At (i);
+        if (slot.fKey == nullptr)
+            continue;
+        HashTable::Slot * other = b->fTable.Find (slot.fKey, uint32_t (b->fLookup.Hash (slot.fKey)), b->fLookup);
+        if (other == nullptr || ! ValuesEqual (a->fValues, slot.fValue, other->fValue))
+            return false;
+    }
+    return true;
+}
+
+PLHashCode HashDictionary (Object const * object)
+{
+    return PLHashCode (static_cast<__PLDictionary const *> (object)->fTable.Count ());
+}
+
+PLStringRef DescribeDictionary (Object const * object)
+{
+    __PLDictionary const * d = static_cast<__PLDictionary const *> (object);
+    UnitBuffer text;
+    text.AppendASCII ("{\n");
+    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
+        HashTable::Slot const & slot = d->fTable.At (i);
+        if (slot.fKey == nullptr)
+            continue;
+        text.AppendASCII ("    ");
+        AppendDescription (text, slot.fKey, d->fKeys.copyDescription);
+        text.AppendASCII (" = ");
+        AppendDescription (text, slot.fValue, d->fValues.copyDescription);
+        text.AppendASCII (";\n");
+    }
+    text.AppendASCII ("}");
+    return text.CreateString (kPLAllocatorDefault);
+}
+
+Class const kDictionaryClass = { kDictionaryType, "PLDictionary", FinalizeDictionary, EqualDictionaries,
+    HashDictionary, DescribeDictionary };
+
+__PLDictionary * AsDictionary (void const * object) { return As<__PLDictionary> (object, kDictionaryType); }
+
+__PLDictionary * MakeDictionary (PLAllocatorRef allocator, PLDictionaryKeyCallBacks const * keyCallBacks,
+    PLDictionaryValueCallBacks const * valueCallBacks, bool isMutable)
+{
+    __PLDictionary * d = NewObject<__PLDictionary> (allocator, kDictionaryClass);
+    if (d == nullptr)
+        return nullptr;
+    new (&d->fTable) HashTable ();
+    d->fTable.SetAllocator (d->fAllocator);
+    d->fKeys = keyCallBacks != nullptr ? *keyCallBacks : kNoKeyCallBacks;
+    d->fValues = valueCallBacks != nullptr ? *valueCallBacks : kNoValueCallBacks;
+    d->fLookup = KeyCallBacks { d->fKeys.equal, d->fKeys.hash };
+    d->fMutable = isMutable;
+    return d;
+}
+
+// Adds or replaces; false when memory ran out.
+bool Store (__PLDictionary * d, void const * key, void const * value)
+{
+    if (key == nullptr)
+        return true;
+    uint32_t hash = uint32_t (d->fLookup.Hash (key));
+    HashTable::Slot * slot = d->fTable.Find (key, hash, d->fLookup);
+    // Take the new counts before giving up the old ones: the new key or value may be the old.
+    void const * newKey = RetainWith (d->fKeys.retain, d->fAllocator, key);
+    void const * newValue = RetainWith (d->fValues.retain, d->fAllocator, value);
+    if (slot != nullptr) {
+        void const * oldKey = slot->fKey;
+        void const * oldValue = slot->fValue;
+        slot->fKey = newKey;
+        slot->fValue = newValue;
+        ReleaseWith (d->fKeys.release, d->fAllocator, oldKey);
+        ReleaseWith (d->fValues.release, d->fAllocator, oldValue);
+        return true;
+    }
+    slot = d->fTable.PrepareInsert (hash);
+    if (slot == nullptr) {
+        ReleaseWith (d->fKeys.release, d->fAllocator, newKey);
+        ReleaseWith (d->fValues.release, d->fAllocator, newValue);
+        return false;
+    }
+    d->fTable.Insert (slot, newKey, newValue);
+    return true;
+}
+
+// Sets
+
+void FinalizeSet (Object * object)
+{
+    __PLSet * s = static_cast<__PLSet *> (object);
+    for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
+        if (s->fTable.At (i).fKey != nullptr)
+            ReleaseWith (s->fCallBacks.release, s->fAllocator, s->fTable.At (i).fKey);
+    s->fTable.~HashTable ();
+}
+
+bool EqualSets (Object const * x, Object const * y)
+{
+    __PLSet const * a = static_cast<__PLSet const *> (x);
+    __PLSet const * b = static_cast<__PLSet const *> (y);
+    if (a->fTable.Count () != b->fTable.Count ())
+        return false;
+    for (uint32_t i = 0; i < a->fTable.Capacity (); ++i) {
+        void const * member = a->fTable.At (i).fKey;
+        if (member != nullptr && b->fTable.Find (member, uint32_t (b->fLookup.Hash (member)), b->fLookup) == nullptr)
+            return false;
+    }
+    return true;
+}
+
+PLHashCode HashSet (Object const * object)
+{
+    return PLHashCode (static_cast<__PLSet const *> (object)->fTable.Count ());
+}
+
+PLStringRef DescribeSet (Object const * object)
+{
+    __PLSet const * s = static_cast<__PLSet const *> (object);
+    UnitBuffer text;
+    text.AppendASCII ("{(\n");
+    for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
+        if (s->fTable.At (i).fKey != nullptr) {
+            text.AppendASCII ("    ");
+            AppendDescription (text, s->fTable.At (i).fKey, s->fCallBacks.copyDescription);
+            text.AppendASCII (",\n");
+        }
+    text.AppendASCII (")}");
+    return text.CreateString (kPLAllocatorDefault);
+}
+
+Class const kSetClass = { kSetType, "PLSet", FinalizeSet, EqualSets, HashSet, DescribeSet };
+
+__PLSet * AsSet (void const * object) { return As<__PLSet> (object, kSetType); }
+
+__PLSet * MakeSet (PLAllocatorRef allocator, PLSetCallBacks const * callBacks, bool isMutable)
+{
+    __PLSet * s = NewObject<__PLSet> (allocator, kSetClass);
+    if (s == nullptr)
+        return nullptr;
+    new (&s->fTable) HashTable ();
+    s->fTable.SetAllocator (s->fAllocator);
+    s->fCallBacks = callBacks != nullptr ? *callBacks : kNoKeyCallBacks;
+    s->fLookup = KeyCallBacks { s->fCallBacks.equal, s->fCallBacks.hash };
+    s->fMutable = isMutable;
+    return s;
+}
+
+bool AddMember (__PLSet * s, void const * value)
+{
+    if (value == nullptr)
+        return true;
+    uint32_t hash = uint32_t (s->fLookup.Hash (value));
+    if (s->fTable.Find (value, hash, s->fLookup) != nullptr)
+        return true;
+    HashTable::Slot * slot = s->fTable.PrepareInsert (hash);
+    if (slot == nullptr)
+        return false;
+    s->fTable.Insert (slot, RetainWith (s->fCallBacks.retain, s->fAllocator, value), nullptr);
+    return true;
+}
+
+}
+
+extern "C" {
+
+PLTypeID PLDictionaryGetTypeID (void) { return kDictionaryType; }
+
+PLMutableDictionaryRef PLDictionaryCreateMutable (PLAllocatorRef allocator, PLIndex,
+    PLDictionaryKeyCallBacks const * keyCallBacks, PLDictionaryValueCallBacks const * valueCallBacks)
+{
+    return MakeDictionary (allocator, keyCallBacks, valueCallBacks, true);
+}
+
+PLDictionaryRef PLDictionaryCreate (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
+    PLDictionaryKeyCallBacks const * keyCallBacks, PLDictionaryValueCallBacks const * valueCallBacks)
+{
+    if (count < 0 || (count > 0 && (keys == nullptr || values == nullptr)))
+        return nullptr;
+    __PLDictionary * d = MakeDictionary (allocator, keyCallBacks, valueCallBacks, false);
+    if (d == nullptr)
+        return nullptr;
+    for (PLIndex i = 0; i < count; ++i)
+        if (! Store (d, keys [i], values [i])) {
+            PLRelease (d);
+            return nullptr;
+        }
+    return d;
+}
+
+PLMutableDictionaryRef PLDictionaryCreateMutableCopy (PLAllocatorRef allocator, PLIndex, PLDictionaryRef dictionary)
+{
+    __PLDictionary const * source = AsDictionary (dictionary);
+    if (source == nullptr)
+        return nullptr;
+    __PLDictionary * d = MakeDictionary (allocator, &source->fKeys, &source->fValues, true);
+    if (d == nullptr)
+        return nullptr;
+    for (uint32_t i = 0; i < source->fTable.Capacity (); ++i) {
+        HashTable::Slot const & slot = source->fTable.At (i);
+        if (slot.fKey != nullptr && ! Store (d, slot.fKey, slot.fValue)) {
+            PLRelease (d);
+            return nullptr;
+        }
+    }
+    return d;
+}
+
+PLDictionaryRef PLDictionaryCreateCopy (PLAllocatorRef allocator, PLDictionaryRef dictionary)
+{
+    __PLDictionary * d = PLDictionaryCreateMutableCopy (allocator, 0, dictionary);
+    if (d != nullptr)
+        d->fMutable = false;
+    return d;
+}
+
+PLIndex PLDictionaryGetCount (PLDictionaryRef dictionary)
+{
+    __PLDictionary const * d = AsDictionary (dictionary);
+    return d == nullptr ? 0 : d->fTable.Count ();
+}
+
+PLBoolean PLDictionaryGetValueIfPresent (PLDictionaryRef dictionary, void const * key, void const ** value)
+{
+    __PLDictionary const * d = AsDictionary (dictionary);
+    if (d == nullptr || key == nullptr || d->fTable.Count () == 0)
+        return false;
+    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->fLookup.Hash (key)), d->fLookup);
+    if (slot == nullptr)
+        return false;
+    if (value != nullptr)
+        *value = slot->fValue;
+    return true;
+}
+
+PLBoolean PLDictionaryContainsKey (PLDictionaryRef dictionary, void const * key)
+{
+    return PLDictionaryGetValueIfPresent (dictionary, key, nullptr);
+}
+
+void const * PLDictionaryGetValue (PLDictionaryRef dictionary, void const * key)
+{
+    void const * value = nullptr;
+    return PLDictionaryGetValueIfPresent (dictionary, key, &value) ? value : nullptr;
+}
+
+PLBoolean PLDictionaryContainsValue (PLDictionaryRef dictionary, void const * value)
+{
+    __PLDictionary const * d = AsDictionary (dictionary);
+    if (d == nullptr)
+        return false;
+    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i)
+        if (d->fTable.At (i).fKey != nullptr && ValuesEqual (d->fValues, d->fTable.At (i).fValue, value))
+            return true;
+    return false;
+}
+
+void PLDictionaryGetKeysAndValues (PLDictionaryRef dictionary, void const ** keys, void const ** values)
+{
+    __PLDictionary const * d = AsDictionary (dictionary);
+    if (d == nullptr)
+        return;
+    PLIndex k = 0;
+    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
+        HashTable::Slot const & slot = d->fTable.At (i);
+        if (slot.fKey == nullptr)
+            continue;
+        if (keys != nullptr)
+            keys [k] = slot.fKey;
+        if (values != nullptr)
+            values [k] = slot.fValue;
+        ++k;
+    }
+}
+
+void PLDictionarySetValue (PLMutableDictionaryRef dictionary, void const * key, void const * value)
+{
+    __PLDictionary * d = AsDictionary (dictionary);
+    if (d != nullptr && d->fMutable)
+        Store (d, key, value);
+}
+
+void PLDictionaryAddValue (PLMutableDictionaryRef dictionary, void const * key, void const * value)
+{
+    if (! PLDictionaryContainsKey (dictionary, key))
+        PLDictionarySetValue (dictionary, key, value);
+}
+
+void PLDictionaryRemoveValue (PLMutableDictionaryRef dictionary, void const * key)
+{
+    __PLDictionary * d = AsDictionary (dictionary);
+    if (d == nullptr || ! d->fMutable || key == nullptr)
+        return;
+    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->fLookup.Hash (key)), d->fLookup);
+    if (slot == nullptr)
+        return;
+    void const * oldKey = slot->fKey;
+    void const * oldValue = slot->fValue;
+    d->fTable.Remove (slot);
+    // Released after the table is consistent: a release may free an object that a callback reads.
+    ReleaseWith (d->fKeys.release, d->fAllocator, oldKey);
+    ReleaseWith (d->fValues.release, d->fAllocator, oldValue);
+}
+
+void PLDictionaryRemoveAllValues (PLMutableDictionaryRef dictionary)
+{
+    __PLDictionary * d = AsDictionary (dictionary);
+    if (d == nullptr || ! d->fMutable)
+        return;
+    ReleaseEntries (d);
+    d->fTable.Clear ();
+}
+
+PLTypeID PLSetGetTypeID (void) { return kSetType; }
+
+PLMutableSetRef PLSetCreateMutable (PLAllocatorRef allocator, PLIndex, PLSetCallBacks const * callBacks)
+{
+    return MakeSet (allocator, callBacks, true);
+}
+
+PLSetRef PLSetCreate (PLAllocatorRef allocator, void const ** values, PLIndex count, PLSetCallBacks const * callBacks)
+{
+    if (count < 0 || (count > 0 && values == nullptr))
+        return nullptr;
+    __PLSet * s = MakeSet (allocator, callBacks, false);
+    if (s == nullptr)
+        return nullptr;
+    for (PLIndex i = 0; i < count; ++i)
+        if (! AddMember (s, values [i])) {
+            PLRelease (s);
+            return nullptr;
+        }
+    return s;
+}
+
+PLMutableSetRef PLSetCreateMutableCopy (PLAllocatorRef allocator, PLIndex, PLSetRef set)
+{
+    __PLSet const * source = AsSet (set);
+    if (source == nullptr)
+        return nullptr;
+    __PLSet * s = MakeSet (allocator, &source->fCallBacks, true);
+    if (s == nullptr)
+        return nullptr;
+    for (uint32_t i = 0; i < source->fTable.Capacity (); ++i)
+        if (source->fTable.At (i).fKey != nullptr && ! AddMember (s, source->fTable.At (i).fKey)) {
+            PLRelease (s);
+            return nullptr;
+        }
+    return s;
+}
+
+PLSetRef PLSetCreateCopy (PLAllocatorRef allocator, PLSetRef set)
+{
+    __PLSet * s = PLSetCreateMutableCopy (allocator, 0, set);
+    if (s != nullptr)
+        s->fMutable = false;
+    return s;
+}
+
+PLIndex PLSetGetCount (PLSetRef set)
+{
+    __PLSet const * s = AsSet (set);
+    return s == nullptr ? 0 : s->fTable.Count ();
+}
+
+void const * PLSetGetValue (PLSetRef set, void const * value)
+{
+    __PLSet const * s = AsSet (set);
+    if (s == nullptr || value == nullptr || s->fTable.Count () == 0)
+        return nullptr;
+    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->fLookup.Hash (value)), s->fLookup);
+    return slot == nullptr ? nullptr : slot->fKey;
+}
+
+PLBoolean PLSetContainsValue (PLSetRef set, void const * value)
+{
+    return PLSetGetValue (set, value) != nullptr;
+}
+
+void PLSetGetValues (PLSetRef set, void const ** values)
+{
+    __PLSet const * s = AsSet (set);
+    if (s == nullptr || values == nullptr)
+        return;
+    PLIndex k = 0;
+    for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
+        if (s->fTable.At (i).fKey != nullptr)
+            values [k++] = s->fTable.At (i).fKey;
+}
+
+void PLSetAddValue (PLMutableSetRef set, void const * value)
+{
+    __PLSet * s = AsSet (set);
+    if (s != nullptr && s->fMutable)
+        AddMember (s, value);
+}
+
+void PLSetRemoveValue (PLMutableSetRef set, void const * value)
+{
+    __PLSet * s = AsSet (set);
+    if (s == nullptr || ! s->fMutable || value == nullptr)
+        return;
+    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->fLookup.Hash (value)), s->fLookup);
+    if (slot == nullptr)
+        return;
+    void const * member = slot->fKey;
+    s->fTable.Remove (slot);
+    ReleaseWith (s->fCallBacks.release, s->fAllocator, member);
+}
+
+void PLSetRemoveAllValues (PLMutableSetRef set)
+{
+    __PLSet * s = AsSet (set);
+    if (s == nullptr || ! s->fMutable)
+        return;
+    for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
+        if (s->fTable.At (i).fKey != nullptr)
+            ReleaseWith (s->fCallBacks.release, s->fAllocator, s->fTable.At (i).fKey);
+    s->fTable.Clear ();
+}
+
+}

@@ -1,0 +1,88 @@
+// The hash table behind dictionaries and sets: open addressing with linear probing over a power-of-
+// two number of slots, at most three quarters full, and deletion by shifting the following entries
+// back, so that no tombstones slow later probes. Every entry keeps its full hash, so that growing
+// never calls back into the callbacks and most mismatches are rejected without an equality call.
+// Keys are never null: a null key marks a free slot.
+#ifndef PLINTH_HASH_TABLE_H
+#define PLINTH_HASH_TABLE_H
+
+#include "Internal.h"
+
+namespace Plinth {
+
+struct KeyCallBacks {
+    PLEqualCallBack fEqual;
+    PLHashCallBack fHash;
+
+    PLHashCode Hash (void const * key) const
+    {
+        return fHash != nullptr ? fHash (key) : PLHashCode (reinterpret_cast<std::uintptr_t> (key) >> 2);
+    }
+    bool Equal (void const * x, void const * y) const
+    {
+        return x == y || (fEqual != nullptr && fEqual (x, y));
+    }
+};
+
+class HashTable {
+public:
+    struct Slot {
+        void const * fKey;
+        void const * fValue;
+        uint32_t fHash;
+    };
+
+    HashTable () = default;
+    ~HashTable () { Deallocate (fAllocator, fSlots); }
+    HashTable (HashTable const &) = delete;
+    HashTable & operator = (HashTable const &) = delete;
+
+    void SetAllocator (PLAllocatorRef allocator) { fAllocator = allocator; }
+    PLIndex Count () const { return fCount; }
+    uint32_t Capacity () const { return fCapacity; }
+    Slot const & At (uint32_t index) const { return fSlots [index]; }
+    Slot & At (uint32_t index) { return fSlots [index]; }
+
+    // The slot holding a key equal to `key`, whose hash is `hash`, or null.
+    Slot * Find (void const * key, uint32_t hash, KeyCallBacks const & callBacks) const
+    {
+        if (fCount == 0 || key == nullptr)
+            return nullptr;
+        for (uint32_t i = Home (hash);; i = (i + 1) & (fCapacity - 1)) {
+            Slot & slot = fSlots [i];
+            if (slot.fKey == nullptr)
+                return nullptr;
+            if (slot.fHash == hash && callBacks.Equal (slot.fKey, key))
+                return &slot;
+        }
+    }
+
+    // A free slot for a key of `hash` that isn't in the table, with room made first; null when
+    // memory ran out.
+    Slot * PrepareInsert (uint32_t hash);
+    // Fills the slot that PrepareInsert gave.
+    void Insert (Slot * slot, void const * key, void const * value)
+    {
+        // The hash was stored by PrepareInsert.
+        slot->fKey = key;
+        slot->fValue = value;
+        ++fCount;
+    }
+    // Empties `slot` and moves the entries behind it into place; the caller has released its contents.
+    void Remove (Slot * slot);
+    void Clear ();
+
+private:
+    uint32_t Home (uint32_t hash) const { return (hash * 0x9E3779B1u) >> fShift; }
+    bool Grow ();
+
+    PLAllocatorRef fAllocator = nullptr;
+    Slot * fSlots = nullptr;
+    uint32_t fCapacity = 0;
+    uint32_t fShift = 32;
+    PLIndex fCount = 0;
+};
+
+}
+
+#endif

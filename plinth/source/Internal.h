@@ -1,0 +1,159 @@
+// What the parts of Plinth share: the object header, the kinds, allocation, and the few
+// platform functions that the portable core calls (PlatformWindows.cpp, PlatformPosix.cpp).
+#ifndef PLINTH_INTERNAL_H
+#define PLINTH_INTERNAL_H
+
+#include <Plinth/Plinth.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace Plinth {
+
+enum TypeNumber : PLTypeID {
+    kAllocatorType = 1,
+    kStringType,
+    kDataType,
+    kArrayType,
+    kDictionaryType,
+    kSetType,
+    kNumberType,
+    kBooleanType,
+    kDateType,
+    kURLType,
+    kTypeCount
+};
+
+struct Object;
+
+// What a kind does for the generic operations. Equal is called only for two objects of the kind.
+struct Class {
+    PLTypeID fTypeID;
+    char const * fName;
+    void (*fFinalize) (Object * object);
+    bool (*fEqual) (Object const * x, Object const * y);
+    PLHashCode (*fHash) (Object const * object);
+    PLStringRef (*fCopyDescription) (Object const * object);
+};
+
+// The counts of immortal objects never change.
+constexpr int32_t kImmortal = INT32_MAX;
+
+struct Object {
+    Class const * fClass;
+    int32_t fRetainCount;
+    PLAllocatorRef fAllocator;
+};
+
+// Memory through an allocator: null means the default one; the null allocator gives none.
+void * Allocate (PLAllocatorRef allocator, std::size_t size);
+void Deallocate (PLAllocatorRef allocator, void * memory);
+PLAllocatorRef ResolveAllocator (PLAllocatorRef allocator);
+
+void CountNewObject ();
+// Takes an object that will never be freed out of the live count.
+void UncountObject ();
+
+// A new object of `size` bytes (header included, zeroed), with a count of one and counted live.
+template <typename T>
+T * NewObject (PLAllocatorRef allocator, Class const & kind, std::size_t size = sizeof (T))
+{
+    allocator = ResolveAllocator (allocator);
+    void * memory = Allocate (allocator, size);
+    if (memory == nullptr)
+        return nullptr;
+    std::memset (memory, 0, size);
+    T * object = static_cast<T *> (memory);
+    object->fClass = &kind;
+    object->fRetainCount = 1;
+    object->fAllocator = allocator;
+    CountNewObject ();
+    return object;
+}
+
+// Frees an object that was never handed out (a creation that failed half-way).
+void DiscardObject (Object * object);
+
+inline bool IsKind (void const * object, PLTypeID type)
+{
+    return object != nullptr && static_cast<Object const *> (object)->fClass->fTypeID == type;
+}
+
+template <typename T>
+T * As (void const * object, PLTypeID type)
+{
+    return IsKind (object, type) ? static_cast<T *> (const_cast<void *> (object)) : nullptr;
+}
+
+// Strings the other parts make and read.
+PLStringRef MakeString (PLAllocatorRef allocator, PLUniChar const * units, std::size_t count);
+PLStringRef MakeStringFromASCII (char const * text);
+PLUniChar const * StringUnits (PLStringRef string);
+PLHashCode HashUnits (PLUniChar const * units, std::size_t count);
+
+// A growable buffer of UTF-16 units, for the parts that build text; Failed () after an
+// allocation failure, after which appends do nothing.
+class UnitBuffer {
+public:
+    UnitBuffer () = default;
+    ~UnitBuffer ();
+    UnitBuffer (UnitBuffer const &) = delete;
+    UnitBuffer & operator = (UnitBuffer const &) = delete;
+
+    void Append (PLUniChar unit) { Append (&unit, 1); }
+    void Append (PLUniChar const * units, std::size_t count);
+    void AppendASCII (char const * text);
+    void AppendUTF8 (char const * text, std::size_t count);
+    void AppendString (PLStringRef string);
+    void Fail () { fFailed = true; }
+    bool Failed () const { return fFailed; }
+    std::size_t Size () const { return fSize; }
+    PLUniChar const * Units () const { return fUnits; }
+    // The text as a new string, or null after a failure.
+    PLStringRef CreateString (PLAllocatorRef allocator) const;
+
+private:
+    PLUniChar * fUnits = nullptr;
+    std::size_t fSize = 0;
+    std::size_t fCapacity = 0;
+    bool fFailed = false;
+};
+
+// Decoding and encoding (Encoding.cpp).
+bool IsKnownEncoding (PLStringEncoding encoding);
+
+// The platform: executable name, where preferences live, whole-file reads and replacing writes,
+// and a pause for spinning threads.
+PLStringRef PlatformCopyExecutableName ();
+PLStringRef PlatformCopyPreferencesDirectory ();
+// Null when the file doesn't exist or can't be read.
+PLDataRef PlatformCopyFileContents (PLStringRef path);
+// Creates missing directories, writes a temporary file beside `path` and moves it over `path`.
+bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents);
+void PlatformYield ();
+PLUniChar PlatformPathSeparator ();
+
+// A lock for the little process-wide state (interned constants, preferences): a spin lock,
+// because it is held only for short, allocation-bounded work and needs no platform object.
+class SpinLock {
+public:
+    void Lock ();
+    void Unlock () { __atomic_clear (&fHeld, __ATOMIC_RELEASE); }
+private:
+    bool fHeld = false;
+};
+
+class Locked {
+public:
+    explicit Locked (SpinLock & lock) : fLock (lock) { fLock.Lock (); }
+    ~Locked () { fLock.Unlock (); }
+    Locked (Locked const &) = delete;
+    Locked & operator = (Locked const &) = delete;
+private:
+    SpinLock & fLock;
+};
+
+}
+
+#endif

@@ -1,0 +1,244 @@
+// Numbers (a 64-bit integer or a double, equal across the two by value) and dates (seconds from
+// 2001-01-01 UTC).
+#include "Internal.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+using namespace Plinth;
+
+struct __PLNumber : Object {
+    bool fIsReal;
+    int64_t fInteger;
+    double fReal;
+};
+
+struct __PLDate : Object {
+    PLAbsoluteTime fTime;
+};
+
+namespace {
+
+// The integer a real stands for exactly, if any.
+bool ExactInteger (double real, int64_t & integer)
+{
+    if (! (real >= -9223372036854775808.0 && real < 9223372036854775808.0) || std::floor (real) != real)
+        return false;
+    integer = int64_t (real);
+    return true;
+}
+
+int CompareValues (__PLNumber const * a, __PLNumber const * b)
+{
+    if (! a->fIsReal && ! b->fIsReal)
+        return a->fInteger < b->fInteger ? -1 : a->fInteger > b->fInteger ? 1 : 0;
+    // NaN sorts before every other number and equals itself, so that the order is total.
+    long double x = a->fIsReal ? (long double) a->fReal : (long double) a->fInteger;
+    long double y = b->fIsReal ? (long double) b->fReal : (long double) b->fInteger;
+    if (std::isnan (x) || std::isnan (y))
+        return std::isnan (x) == std::isnan (y) ? 0 : std::isnan (x) ? -1 : 1;
+    return x < y ? -1 : x > y ? 1 : 0;
+}
+
+bool EqualNumbers (Object const * x, Object const * y)
+{
+    return CompareValues (static_cast<__PLNumber const *> (x), static_cast<__PLNumber const *> (y)) == 0;
+}
+
+PLHashCode HashInteger (int64_t value)
+{
+    uint64_t bits = uint64_t (value) * 0x9E3779B97F4A7C15ull;
+    return PLHashCode (uint32_t (bits >> 32) ^ uint32_t (bits));
+}
+
+PLHashCode HashNumber (Object const * object)
+{
+    __PLNumber const * n = static_cast<__PLNumber const *> (object);
+    int64_t integer = n->fInteger;
+    if (n->fIsReal && ! ExactInteger (n->fReal, integer)) {
+        if (std::isnan (n->fReal))
+            return 0x7FF8;
+        uint64_t bits;
+        std::memcpy (&bits, &n->fReal, sizeof bits);
+        return HashInteger (int64_t (bits));
+    }
+    return HashInteger (integer);
+}
+
+PLStringRef DescribeNumber (Object const * object)
+{
+    __PLNumber const * n = static_cast<__PLNumber const *> (object);
+    char text [40];
+    if (! n->fIsReal)
+        std::snprintf (text, sizeof text, "%lld", (long long) n->fInteger);
+    else {
+        // The shortest form that reads back as the same double.
+        for (int digits = 15; digits <= 17; ++digits) {
+            std::snprintf (text, sizeof text, "%.*g", digits, n->fReal);
+            if (std::strtod (text, nullptr) == n->fReal || std::isnan (n->fReal))
+                break;
+        }
+    }
+    return MakeStringFromASCII (text);
+}
+
+Class const kNumberClass = { kNumberType, "PLNumber", nullptr, EqualNumbers, HashNumber, DescribeNumber };
+
+bool EqualDates (Object const * x, Object const * y)
+{
+    return static_cast<__PLDate const *> (x)->fTime == static_cast<__PLDate const *> (y)->fTime;
+}
+
+PLHashCode HashDate (Object const * object)
+{
+    double time = static_cast<__PLDate const *> (object)->fTime;
+    uint64_t bits;
+    std::memcpy (&bits, &time, sizeof bits);
+    return HashInteger (int64_t (bits));
+}
+
+// "2001-01-01 00:00:00 +0000": the civil date of a day count, by the proleptic Gregorian rules.
+PLStringRef DescribeDate (Object const * object)
+{
+    double time = static_cast<__PLDate const *> (object)->fTime;
+    char text [96];
+    if (! std::isfinite (time) || std::fabs (time) > 1e14) {
+        std::snprintf (text, sizeof text, "%g", time);
+        return MakeStringFromASCII (text);
+    }
+    int64_t seconds = int64_t (std::floor (time)) + 978307200;   // from 1970
+    int64_t days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
+    int64_t ofDay = seconds - days * 86400;
+    int64_t z = days + 719468;
+    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    int64_t dayOfEra = z - era * 146097;
+    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    int64_t mp = (5 * dayOfYear + 2) / 153;
+    int64_t day = dayOfYear - (153 * mp + 2) / 5 + 1;
+    int64_t month = mp < 10 ? mp + 3 : mp - 9;
+    int64_t year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
+    std::snprintf (text, sizeof text, "%04lld-%02lld-%02lld %02lld:%02lld:%02lld +0000", (long long) year,
+        (long long) month, (long long) day, (long long) (ofDay / 3600), (long long) (ofDay / 60 % 60),
+        (long long) (ofDay % 60));
+    return MakeStringFromASCII (text);
+}
+
+Class const kDateClass = { kDateType, "PLDate", nullptr, EqualDates, HashDate, DescribeDate };
+
+__PLNumber const * AsNumber (void const * object) { return As<__PLNumber const> (object, kNumberType); }
+
+}
+
+extern "C" {
+
+PLTypeID PLNumberGetTypeID (void) { return kNumberType; }
+
+PLNumberRef PLNumberCreate (PLAllocatorRef allocator, PLNumberType type, void const * value)
+{
+    if (value == nullptr)
+        return nullptr;
+    bool isReal = false;
+    int64_t integer = 0;
+    double real = 0;
+    switch (type) {
+    case kPLNumberSInt32Type: case kPLNumberIntType: integer = *static_cast<int32_t const *> (value); break;
+    case kPLNumberSInt64Type: case kPLNumberLongLongType: integer = *static_cast<int64_t const *> (value); break;
+    case kPLNumberFloat64Type: case kPLNumberDoubleType: real = *static_cast<double const *> (value); isReal = true; break;
+    default: return nullptr;
+    }
+    __PLNumber * number = NewObject<__PLNumber> (allocator, kNumberClass);
+    if (number == nullptr)
+        return nullptr;
+    number->fIsReal = isReal;
+    number->fInteger = integer;
+    number->fReal = real;
+    return number;
+}
+
+PLNumberType PLNumberGetType (PLNumberRef number)
+{
+    __PLNumber const * n = AsNumber (number);
+    return n != nullptr && n->fIsReal ? kPLNumberFloat64Type : kPLNumberSInt64Type;
+}
+
+PLBoolean PLNumberIsFloatType (PLNumberRef number)
+{
+    __PLNumber const * n = AsNumber (number);
+    return n != nullptr && n->fIsReal;
+}
+
+PLBoolean PLNumberGetValue (PLNumberRef number, PLNumberType type, void * value)
+{
+    __PLNumber const * n = AsNumber (number);
+    if (n == nullptr || value == nullptr)
+        return false;
+    switch (type) {
+    case kPLNumberSInt32Type: case kPLNumberIntType: {
+        int64_t wide = n->fInteger;
+        bool exact = ! n->fIsReal || ExactInteger (n->fReal, wide);
+        if (n->fIsReal && ! exact)
+            wide = std::isnan (n->fReal) ? 0 : n->fReal < -2147483648.0 ? INT32_MIN
+                : n->fReal > 2147483647.0 ? INT32_MAX : int64_t (n->fReal);
+        int32_t narrow = wide < INT32_MIN ? INT32_MIN : wide > INT32_MAX ? INT32_MAX : int32_t (wide);
+        *static_cast<int32_t *> (value) = narrow;
+        return exact && narrow == wide;
+    }
+    case kPLNumberSInt64Type: case kPLNumberLongLongType: {
+        int64_t wide = n->fInteger;
+        if (! n->fIsReal) {
+            *static_cast<int64_t *> (value) = wide;
+            return true;
+        }
+        bool exact = ExactInteger (n->fReal, wide);
+        if (! exact)
+            wide = std::isnan (n->fReal) ? 0 : n->fReal <= -9223372036854775808.0 ? INT64_MIN
+                : n->fReal >= 9223372036854775807.0 ? INT64_MAX : int64_t (n->fReal);
+        *static_cast<int64_t *> (value) = wide;
+        return exact;
+    }
+    case kPLNumberFloat64Type: case kPLNumberDoubleType: {
+        double real = n->fIsReal ? n->fReal : double (n->fInteger);
+        *static_cast<double *> (value) = real;
+        return n->fIsReal || (real < 9223372036854775808.0 && int64_t (real) == n->fInteger);
+    }
+    default:
+        return false;
+    }
+}
+
+PLComparisonResult PLNumberCompare (PLNumberRef x, PLNumberRef y, void *)
+{
+    __PLNumber const * a = AsNumber (x);
+    __PLNumber const * b = AsNumber (y);
+    if (a == nullptr || b == nullptr)
+        return PLComparisonResult (a == b ? 0 : a == nullptr ? -1 : 1);
+    return PLComparisonResult (CompareValues (a, b));
+}
+
+PLTypeID PLDateGetTypeID (void) { return kDateType; }
+
+PLDateRef PLDateCreate (PLAllocatorRef allocator, PLAbsoluteTime time)
+{
+    __PLDate * date = NewObject<__PLDate> (allocator, kDateClass);
+    if (date != nullptr)
+        date->fTime = time;
+    return date;
+}
+
+PLAbsoluteTime PLDateGetAbsoluteTime (PLDateRef date)
+{
+    __PLDate const * d = As<__PLDate const> (date, kDateType);
+    return d == nullptr ? 0 : d->fTime;
+}
+
+PLAbsoluteTime PLAbsoluteTimeGetCurrent (void)
+{
+    using namespace std::chrono;
+    double since1970 = duration<double> (system_clock::now ().time_since_epoch ()).count ();
+    return since1970 - kPLAbsoluteTimeIntervalSince1970;
+}
+
+}

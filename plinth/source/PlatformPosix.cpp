@@ -1,0 +1,130 @@
+// The platform part on POSIX systems (the native build, where the portable core is tested):
+// the executable's name from /proc/self/exe, preferences under PLINTH_PREFERENCES_DIRECTORY or
+// $HOME/.config/Plinth/Preferences, files through stdio and rename.
+#include "Internal.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Plinth;
+
+namespace {
+
+// The UTF-8 form of a path, in a buffer the caller frees; null when it doesn't convert.
+char * CopyNativePath (PLStringRef path)
+{
+    PLIndex length = PLStringGetLength (path);
+    PLIndex size = PLStringGetMaximumSizeForEncoding (length, kPLStringEncodingUTF8);
+    char * text = size < 0 ? nullptr : static_cast<char *> (std::malloc (std::size_t (size) + 1));
+    if (text != nullptr && ! PLStringGetCString (path, text, size + 1, kPLStringEncodingUTF8)) {
+        std::free (text);
+        return nullptr;
+    }
+    return text;
+}
+
+}
+
+namespace Plinth {
+
+PLUniChar PlatformPathSeparator () { return '/'; }
+
+void PlatformYield () { sched_yield (); }
+
+PLStringRef PlatformCopyExecutableName ()
+{
+    char path [4096];
+    ssize_t length = readlink ("/proc/self/exe", path, sizeof path - 1);
+    if (length <= 0)
+        return nullptr;
+    path [length] = 0;
+    char const * name = std::strrchr (path, '/');
+    name = name == nullptr ? path : name + 1;
+    std::size_t size = std::strlen (name);
+    char const * dot = std::strrchr (name, '.');
+    if (dot != nullptr && dot != name)
+        size = std::size_t (dot - name);
+    return PLStringCreateWithBytes (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (name), PLIndex (size),
+        kPLStringEncodingUTF8, false);
+}
+
+PLStringRef PlatformCopyPreferencesDirectory ()
+{
+    char const * redirected = std::getenv ("PLINTH_PREFERENCES_DIRECTORY");
+    if (redirected != nullptr && *redirected != 0)
+        return PLStringCreateWithCString (kPLAllocatorDefault, redirected, kPLStringEncodingUTF8);
+    char const * home = std::getenv ("HOME");
+    if (home == nullptr || *home == 0)
+        return nullptr;
+    UnitBuffer path;
+    path.AppendUTF8 (home, std::strlen (home));
+    path.AppendASCII ("/.config/Plinth/Preferences");
+    return path.CreateString (kPLAllocatorDefault);
+}
+
+PLDataRef PlatformCopyFileContents (PLStringRef path)
+{
+    char * native = CopyNativePath (path);
+    std::FILE * file = native == nullptr ? nullptr : std::fopen (native, "rb");
+    std::free (native);
+    if (file == nullptr)
+        return nullptr;
+    PLMutableDataRef data = PLDataCreateMutable (kPLAllocatorDefault, 0);
+    uint8_t buffer [65536];
+    std::size_t got;
+    while ((got = std::fread (buffer, 1, sizeof buffer, file)) > 0)
+        PLDataAppendBytes (data, buffer, PLIndex (got));
+    bool failed = std::ferror (file) != 0;
+    std::fclose (file);
+    if (failed) {
+        PLRelease (data);
+        return nullptr;
+    }
+    return data;
+}
+
+bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents)
+{
+    char * folder = CopyNativePath (directory);
+    if (folder == nullptr)
+        return false;
+    for (char * slash = std::strchr (folder + 1, '/');; slash = std::strchr (slash + 1, '/')) {
+        if (slash != nullptr)
+            *slash = 0;
+        if (mkdir (folder, 0777) != 0 && errno != EEXIST) {
+            std::free (folder);
+            return false;
+        }
+        if (slash == nullptr)
+            break;
+        *slash = '/';
+    }
+    std::free (folder);
+    char * target = CopyNativePath (path);
+    if (target == nullptr)
+        return false;
+    std::size_t size = std::strlen (target) + 32;
+    char * temporary = static_cast<char *> (std::malloc (size));
+    bool written = false;
+    if (temporary != nullptr) {
+        std::snprintf (temporary, size, "%s.%ld.tmp", target, long (getpid ()));
+        std::FILE * file = std::fopen (temporary, "wb");
+        if (file != nullptr) {
+            std::size_t length = std::size_t (PLDataGetLength (contents));
+            written = std::fwrite (PLDataGetBytePtr (contents), 1, length, file) == length;
+            written = std::fclose (file) == 0 && written;
+            written = written && std::rename (temporary, target) == 0;
+            if (! written)
+                std::remove (temporary);
+        }
+    }
+    std::free (temporary);
+    std::free (target);
+    return written;
+}
+
+}

@@ -1,0 +1,61 @@
+// What Plinth's tests share: owning a reference for a test's scope, strings from literals, the
+// live-object check, and a scratch directory with the preferences redirected into it. The same
+// tests run natively and, against Plinth.dll, under Wine.
+#ifndef PLINTH_TEST_H
+#define PLINTH_TEST_H
+
+#include <Plinth/Plinth.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace PlinthTest {
+
+// Releases its reference at the end of the scope.
+template <typename T>
+class Owned {
+public:
+    explicit Owned (T object = nullptr) : fObject (object) {}
+    ~Owned () { PLRelease (fObject); }
+    Owned (Owned const &) = delete;
+    Owned & operator = (Owned const &) = delete;
+    T Get () const { return fObject; }
+    operator T () const { return fObject; }
+private:
+    T fObject;
+};
+
+// An owned string of UTF-8 text (u8"..." literals) or of UTF-16 units.
+PLStringRef CreateString (char const * utf8);
+PLStringRef CreateString (std::u16string const & units);
+std::u16string Units (PLStringRef string);
+std::string UTF8 (PLStringRef string);
+
+// Fails the test when the live-object count differs from that at construction.
+class NoLeaks {
+public:
+    NoLeaks () : fBefore (PLDebugGetLiveObjectCount ()) {}
+    ~NoLeaks () { EXPECT_EQ (PLDebugGetLiveObjectCount (), fBefore) << "objects left alive"; }
+private:
+    PLIndex fBefore;
+};
+
+// A fresh directory, with PLINTH_PREFERENCES_DIRECTORY naming it for the scope; removed with its
+// files afterwards.
+class ScratchPreferences {
+public:
+    ScratchPreferences ();
+    ~ScratchPreferences ();
+    // The path of a file in the directory, in the platform's form.
+    std::string File (char const * name) const;
+    std::string const & Directory () const { return fDirectory; }
+    static void WriteFile (std::string const & path, std::string const & contents);
+    static std::string ReadFile (std::string const & path);
+private:
+    std::string fDirectory;
+};
+
+}
+
+#endif

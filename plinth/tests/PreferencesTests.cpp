@@ -1,0 +1,112 @@
+// Preferences: values visible at once, lasting after synchronisation, merged with what the file
+// holds, removed by null; the current application's name; refused names, values and files.
+#include "PlinthTest.h"
+
+#include <cstdlib>
+
+using namespace PlinthTest;
+
+namespace {
+
+PLStringRef const kApplication = PLSTR ("PlinthPreferencesTest");
+
+std::string StringValue (PLStringRef key, PLStringRef application = kApplication)
+{
+    Owned<PLTypeRef> value (PLPreferencesCopyAppValue (key, application));
+    if (value.Get () == nullptr)
+        return "(none)";
+    EXPECT_EQ (PLGetTypeID (value), PLStringGetTypeID ());
+    return UTF8 (static_cast<PLStringRef> (value.Get ()));
+}
+
+}
+
+TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
+{
+    ScratchPreferences scratch;
+    NoLeaks noLeaks;
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
+    Owned<PLStringRef> path (CreateString ("C:\\symbols"));
+    PLPreferencesSetAppValue (PLSTR ("Path"), path, kApplication);
+    EXPECT_EQ (PLGetRetainCount (path), 2);   // held until synchronized
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    EXPECT_EQ (PLGetRetainCount (path), 1);
+    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthPreferencesTest.plist")).substr (0, 8), "PLPREFS1");
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
+
+    // Another writer's keys stay when this process synchronizes its own change.
+    PLPreferencesSetAppValue (PLSTR ("Other"), PLSTR ("x"), kApplication);
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    PLPreferencesSetAppValue (PLSTR ("Path"), nullptr, kApplication);
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
+    EXPECT_EQ (StringValue (PLSTR ("Other")), "x");
+    Owned<PLArrayRef> keys (PLPreferencesCopyKeyList (kApplication));
+    EXPECT_EQ (PLArrayGetCount (keys), 1);
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));   // nothing pending: nothing to do
+}
+
+TEST (Preferences, EveryPropertyListKindSurvivesTheFile)
+{
+    ScratchPreferences scratch;
+    NoLeaks noLeaks;
+    int64_t integer = -1234567890123ll;
+    double real = 0.1;
+    uint8_t bytes [] = { 0, 1, 0xFF };
+    Owned<PLNumberRef> a (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &integer));
+    Owned<PLNumberRef> b (PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &real));
+    Owned<PLDataRef> c (PLDataCreate (kPLAllocatorDefault, bytes, 3));
+    Owned<PLDateRef> d (PLDateCreate (kPLAllocatorDefault, 12.5));
+    Owned<PLStringRef> e (CreateString (u8"\u00E4\U0001F600"));
+    void const * items [] = { a.Get (), b.Get (), c.Get (), d.Get (), e.Get (), kPLBooleanTrue };
+    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 6, &kPLTypeArrayCallBacks));
+    void const * keys [] = { PLSTR ("list"), PLSTR ("flag") };
+    void const * values [] = { array.Get (), kPLBooleanFalse };
+    Owned<PLDictionaryRef> tree (PLDictionaryCreate (kPLAllocatorDefault, keys, values, 2,
+        &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks));
+    PLPreferencesSetAppValue (PLSTR ("Tree"), tree, kApplication);
+    ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    Owned<PLTypeRef> back (PLPreferencesCopyAppValue (PLSTR ("Tree"), kApplication));
+    EXPECT_NE (back.Get (), tree.Get ());
+    EXPECT_TRUE (PLEqual (back, tree));
+}
+
+TEST (Preferences, TheCurrentApplicationIsTheExecutableName)
+{
+    ScratchPreferences scratch;
+    PLPreferencesSetAppValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("srv*c:\\sym"),
+        kPLPreferencesCurrentApplication);
+    ASSERT_TRUE (PLPreferencesAppSynchronize (kPLPreferencesCurrentApplication));
+    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthTests.plist")).substr (0, 8), "PLPREFS1");
+    EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("PlinthTests")), "srv*c:\\sym");
+    EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), kPLPreferencesCurrentApplication), "srv*c:\\sym");
+}
+
+TEST (Preferences, RefusedNamesValuesAndFiles)
+{
+    ScratchPreferences scratch;
+    NoLeaks noLeaks;
+    for (char const * name : { "a/b", "a\\b", "..", "", "c:x" }) {
+        Owned<PLStringRef> bad (CreateString (name));
+        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), bad);
+        EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), bad), nullptr) << name;
+        EXPECT_FALSE (PLPreferencesAppSynchronize (bad)) << name;
+    }
+    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
+    PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
+    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
+    EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
+
+    // A file that isn't in the stored form reads as no values, and isn't overwritten by a read.
+    std::string file = scratch.File ("PlinthPreferencesTest.plist");
+    ScratchPreferences::WriteFile (file, std::string ("PLPREFS1K\x05\x00\x00\x00", 13));
+    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
+    EXPECT_EQ (ScratchPreferences::ReadFile (file).size (), 13u);
+    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
+    EXPECT_FALSE (PLPreferencesAppSynchronize (kApplication));   // no merge over what can't be read
+    PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
+    ScratchPreferences::WriteFile (file, "");
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+}

@@ -1,0 +1,252 @@
+#!/usr/bin/env python3
+"""The interoperability corpus of Plinth's property-list formats, with Python's plistlib on the
+other side.
+
+    corpus.py make DIR     writes what plistlib makes of every corpus value into DIR (the
+                           committed tests/data/plistlib), with index.txt naming the files
+    corpus.py verify DIR   reads with plistlib every file that Plinth wrote into DIR and compares
+                           it with the corpus value its name gives; exits 1 on any mismatch
+
+Plinth's side is the native test "Interop": it reads each file of `make`, checks that the
+formats agree, and writes each value back in both formats, in the binary format also with every
+reference and offset width from 1 to 8 bytes, and the large values named here by rule.
+
+File names: NAME.binary and NAME.xml as plistlib wrote them; NAME.wR-O.binary, the binary file
+re-encoded by this script with references of R bytes and offsets of O bytes (plistlib itself
+writes only widths 1, 2 and 4, and reads every width).
+"""
+import datetime
+import math
+import os
+import plistlib
+import struct
+import sys
+
+D = datetime.datetime
+
+
+def corpus():
+    """Name -> (value, formats). formats: 'bx' both, 'b' binary only (XML cannot hold it)."""
+    entries = {}
+
+    def add(name, value, formats='bx'):
+        entries[name] = (value, formats)
+
+    add('true', True)
+    add('false', False)
+    for n in (0, 1, 255, 256, 65535, 65536, 2**32 - 1, 2**32, 2**63 - 1, -1, -255, -2**31, -2**63,
+              2**63, 2**64 - 1):
+        add('integer%s%d' % ('_minus' if n < 0 else '', abs(n)), n)
+    for name, r in (('zero', 0.0), ('minus_zero', -0.0), ('one_and_half', 1.5), ('tenth', 0.1),
+                    ('small', 1e-05), ('big', 1e16), ('huge', 1.2345678901234568e+17),
+                    ('third', 1 / 3), ('tiniest', 5e-324), ('largest', 1.7976931348623157e+308),
+                    ('inf', math.inf), ('minus_inf', -math.inf), ('nan', math.nan),
+                    ('hundred', 100.0), ('negative', -2.5e-07)):
+        add('real_' + name, r)
+    add('string_empty', '')
+    add('string_ascii', 'abc')
+    add('string_15', 'x' * 15)
+    add('string_300', ''.join(chr(0x20 + i % 95) for i in range(300)))
+    add('string_latin1', 'é')
+    add('string_cjk', '日本語のテキスト')
+    add('string_astral', 'a\U0001F600b\U00010348')
+    add('string_bom_inside', '\ufeffx\ufffd')
+    add('string_markup', '<&>]]>"\'\t\n')
+    add('string_long_unicode', 'ü' * 70000)
+    add('string_nul', 'a\x00b', 'b')
+    add('string_delete', '\x7f\x85')
+    add('data_empty', b'')
+    add('data_bytes', bytes(range(256)))
+    add('data_nested', {'a': [[[[[[[[b'0123456789' * 10]]]]]]]], 'b': [b'x' * 57]})
+    add('date_reference', D(2001, 1, 1))
+    add('date_unix', D(1970, 1, 1))
+    add('date_first', D(1, 1, 1))
+    add('date_last', D(9999, 12, 31, 23, 59, 59))
+    add('date_before_reference', D(2000, 12, 31, 23, 59, 59))
+    add('date_micro', D(2020, 1, 2, 3, 4, 5, 250000), 'b')
+    add('array_empty', [])
+    add('array_20', list(range(20)))
+    add('array_nested', [[1, [2]], 3, [[[]]]])
+    add('array_shared_scalars', ['a', 'a', 1, 1, 1.0, True, True, -0.0, 0.0, b'a', 'a'])
+    add('array_deep', nest(100))
+    add('dict_empty', {})
+    add('dict_sorted', {'b': 1, 'a': [True, 2.5], '\uffff': 1, '\U0001F600': 2, 'B': 3, '': 4})
+    add('dict_every_type', every_type())
+    add('dict_refs_2', {'k%03d' % i: 'value %d' % i for i in range(150)})
+    add('dict_key_is_value', {'a': 'a', 'b': ['a', {'a': 'b'}]})
+    return entries
+
+
+def nest(depth):
+    value = 'bottom'
+    for i in range(depth):
+        value = [value] if i % 2 else {'level': value}
+    return value
+
+
+def every_type():
+    return {'string': 'text', 'unicode': 'Grüße 😀', 'integer': -42, 'big': 2**64 - 1,
+            'real': 3.25, 'true': True, 'false': False, 'date': D(2024, 3, 4, 11, 43, 4),
+            'data': b'\x00\x01\xfe\xff', 'array': [1, 'two', [3.0]], 'dict': {'x': {}}}
+
+
+# Values that Plinth makes by rule (too large to commit): the test writes them, plistlib checks.
+def generated():
+    return {
+        'generated_refs_4': list(range(70000)),
+        'generated_strings_4': ['s%d' % i for i in range(70000)],
+    }
+
+
+def width_variants():
+    """The corpus entries re-encoded with every reference and offset width."""
+    return ('dict_every_type', 'array_nested', 'string_astral')
+
+
+def equal(a, b):
+    """plistlib equality, with NaN equal to NaN and the sign of zero kept."""
+    if isinstance(a, float) and isinstance(b, float):
+        if math.isnan(a) or math.isnan(b):
+            return math.isnan(a) and math.isnan(b)
+        return a == b and math.copysign(1, a) == math.copysign(1, b)
+    if type(a) is not type(b):
+        return False
+    if isinstance(a, list):
+        return len(a) == len(b) and all(equal(x, y) for x, y in zip(a, b))
+    if isinstance(a, dict):
+        return a.keys() == b.keys() and all(equal(a[k], b[k]) for k in a)
+    return a == b
+
+
+# ---- Re-encoding with other widths ------------------------------------------------------------
+
+def reencode(data, ref_width, offset_width):
+    """The same objects with references of ref_width and offsets of offset_width bytes."""
+    offset_size, ref_size, count, top, table = struct.unpack('>6xBBQQQ', data[-32:])
+    offsets = [int.from_bytes(data[table + i * offset_size:table + (i + 1) * offset_size], 'big')
+               for i in range(count)]
+    objects = [rewrite_object(data, offsets[i], ref_size, ref_width) for i in range(count)]
+    out = bytearray(b'bplist00')
+    new_offsets = []
+    for obj in objects:
+        new_offsets.append(len(out))
+        out += obj
+    table_start = len(out)
+    for offset in new_offsets:
+        out += offset.to_bytes(offset_width, 'big')
+    out += struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, table_start)
+    return bytes(out)
+
+
+def rewrite_object(data, at, ref_size, ref_width):
+    marker = data[at]
+    kind, low = marker >> 4, marker & 15
+    if kind not in (0xA, 0xD):
+        return data[at:at + object_length(data, at)]
+    head = 1
+    count = low
+    if low == 15:
+        size = 1 << (data[at + 1] & 15)
+        count = int.from_bytes(data[at + 2:at + 2 + size], 'big')
+        head = 2 + size
+    refs = count * (2 if kind == 0xD else 1)
+    body = bytearray(data[at:at + head])
+    for i in range(refs):
+        start = at + head + i * ref_size
+        body += int.from_bytes(data[start:start + ref_size], 'big').to_bytes(ref_width, 'big')
+    return bytes(body)
+
+
+def object_length(data, at):
+    marker = data[at]
+    kind, low = marker >> 4, marker & 15
+    if kind == 0:
+        return 1
+    if kind in (1, 2):
+        return 1 + (1 << low)
+    if kind == 3:
+        return 9
+    head, count = 1, low
+    if low == 15:
+        size = 1 << (data[at + 1] & 15)
+        count = int.from_bytes(data[at + 2:at + 2 + size], 'big')
+        head = 2 + size
+    return head + count * (2 if kind == 6 else 1)
+
+
+# ---- Commands ---------------------------------------------------------------------------------
+
+def make(directory):
+    os.makedirs(directory, exist_ok=True)
+    index = []
+    for name, (value, formats) in sorted(corpus().items()):
+        binary = plistlib.dumps(value, fmt=plistlib.FMT_BINARY)
+        write(directory, name + '.binary', binary)
+        index.append(name + '.binary')
+        if 'x' in formats:
+            write(directory, name + '.xml', plistlib.dumps(value, fmt=plistlib.FMT_XML))
+            index.append(name + '.xml')
+        if name in width_variants():
+            for width in range(1, 9):
+                for ref, off in ((width, width), (width, 8), (8, width)):
+                    try:
+                        variant = reencode(binary, ref, off)
+                    except OverflowError:   # the objects or offsets don't fit this width
+                        continue
+                    assert equal(plistlib.loads(variant), value), (name, ref, off)
+                    file = '%s.w%d-%d.binary' % (name, ref, off)
+                    if file not in index:
+                        write(directory, file, variant)
+                        index.append(file)
+    write(directory, 'index.txt', ''.join(line + '\n' for line in index).encode())
+
+
+def write(directory, name, data):
+    with open(os.path.join(directory, name), 'wb') as f:
+        f.write(data)
+
+
+def verify(directory):
+    """Every file Plinth wrote: NAME[.wR-O].binary or NAME.xml, NAME from the corpus or generated."""
+    values = {name: value for name, (value, _) in corpus().items()}
+    values.update(generated())
+    reference = {}
+    failures = []
+    files = sorted(os.listdir(directory))
+    for file in files:
+        name = file.split('.')[0]
+        with open(os.path.join(directory, file), 'rb') as f:
+            data = f.read()
+        try:
+            value = plistlib.loads(data)
+        except Exception as e:  # noqa: BLE001 - any failure of plistlib is a mismatch
+            failures.append('%s: plistlib failed: %s: %s' % (file, type(e).__name__, e))
+            continue
+        if name not in values:
+            failures.append('%s: not a corpus name' % file)
+        elif not equal(value, values[name]):
+            failures.append('%s: plistlib read %r' % (file, value)[:300])
+        elif file.count('.') == 1:
+            # The default encoding is plistlib's, byte for byte (its XML has one DOCTYPE line more).
+            fmt = plistlib.FMT_BINARY if file.endswith('.binary') else plistlib.FMT_XML
+            theirs = plistlib.dumps(values[name], fmt=fmt, sort_keys=True)
+            if fmt == plistlib.FMT_XML:
+                theirs = b'\n'.join(line for line in theirs.split(b'\n') if not line.startswith(b'<!DOCTYPE'))
+            reference[file] = theirs == data
+    differing = sorted(f for f, same in reference.items() if not same)
+    for file in differing:
+        failures.append('%s: read back equal, but not byte for byte what plistlib writes' % file)
+    for failure in failures:
+        print(failure)
+    print('verified %d files written by Plinth, %d byte-identical with plistlib, %d failures'
+          % (len(files), len(reference) - len(differing), len(failures)))
+    return 1 if failures or not files else 0
+
+
+if __name__ == '__main__':
+    if len(sys.argv) == 3 and sys.argv[1] == 'make':
+        make(sys.argv[2])
+    elif len(sys.argv) == 3 and sys.argv[1] == 'verify':
+        sys.exit(verify(sys.argv[2]))
+    else:
+        sys.exit(__doc__)
