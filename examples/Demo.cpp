@@ -9,11 +9,12 @@
 #include <cstring>
 #include <string>
 
-namespace {
+namespace Demo {
 
 // Opens a registry key that isn't there: the platform answers ERROR_FILE_NOT_FOUND, and the site
-// raises it as a Win32 exception with its own name, source name and line.
-HKEY OpenSettings (const wchar_t * path)
+// raises it as a Win32 exception with its own name, source name and line. Not inlined, so that
+// the trace shows it by name.
+__attribute__ ((noinline)) HKEY OpenSettings (const wchar_t * path)
 {
     SKERRY_SITE ("Demo::OpenSettings");
     HKEY key = NULL;
@@ -23,18 +24,32 @@ HKEY OpenSettings (const wchar_t * path)
     return key;
 }
 
-void CheckName (const char * name)
+__attribute__ ((noinline)) void CheckName (const char * name)
 {
     SKERRY_SITE ("Demo::CheckName");
     SKERRY_ASSERT (name != NULL && name [0] != '\0');
 }
+
+}
+
+namespace {
 
 void ShowFrames (const Skerry::StackTrace & trace)
 {
     std::printf ("  frames:   %u\n", unsigned (trace.size ()));
     for (size_t i = 0; i < trace.size (); ++i)
         std::printf ("    [%2u] %p\n", unsigned (i), trace [i]);
-    std::printf ("  by module:\n%s", trace.Symbolicate ().c_str ());
+}
+
+// What a handler keeps of the exception it is handling: a Description, all text, with the trace
+// symbolicated.
+void ShowDescription ()
+{
+    Skerry::Exceptions::Description description;
+    std::printf ("As a Description:\n  type:     %s\n  result:   0x%08lX\n  function: %s\n  file:     %s\n"
+        "  line:     %u\n  trace:\n%s", description.fType.c_str (), static_cast<unsigned long> (description.fResult),
+        description.fFunction.c_str (), description.fFile.c_str (), unsigned (description.fLine),
+        description.fStackTrace.c_str ());
 }
 
 void ShowSite (const char * kind, const Skerry::Exceptions::Base & e)
@@ -89,7 +104,7 @@ int main ()
 {
     std::printf ("Opening HKEY_CURRENT_USER\\Software\\Tolvane Demo\\Missing ...\n");
     try {
-        ::RegCloseKey (OpenSettings (L"Software\\Tolvane Demo\\Missing"));
+        ::RegCloseKey (Demo::OpenSettings (L"Software\\Tolvane Demo\\Missing"));
         std::printf ("unexpectedly, the key exists\n");
         return 1;
     }
@@ -98,11 +113,12 @@ int main ()
         ShowSite ("Win32", e);
         std::printf ("  code:     %lu\n", e.fCode);
         ShowFrames (e);
+        ShowDescription ();
     }
 
     std::printf ("\nChecking an empty name ...\n");
     try {
-        CheckName ("");
+        Demo::CheckName ("");
     }
     catch (const Skerry::Exceptions::String & e) {
         std::printf ("Caught a LibSkerry assertion:\n");

@@ -1,0 +1,179 @@
+// Stack traces as text: names, alignment, what a failing debug-help gives, and the start-up with
+// its search path (once per process, so each start-up case runs in a child of its own).
+#include <LibSkerry/Exceptions>
+#include <LibSkerry/StackTrace>
+
+#include <Plinth/Plinth.h>
+
+#include "ChildProcess.h"
+#include "Interposer.h"
+
+#include <gtest/gtest.h>
+
+#include <dbghelp.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+using Skerry::StackTrace;
+using namespace Skerry::Exceptions;
+
+namespace Skerry {
+namespace Example {
+
+__attribute__ ((noinline)) Win32 ThrowFromNamedFunction ()
+{
+    try {
+        ThrowWin32ErrorFunc ("Skerry::Example::ThrowFromNamedFunction", "SymbolicationTests", 1, 5);
+    }
+    catch (const Win32 & e) {
+        return e;
+    }
+    return Win32 ("unreached", "", 0, 0);
+}
+
+// A throw as the last statement of its function: the site's return address must still lie
+// inside the function for the trace to name it.
+__attribute__ ((noinline)) void FailAtTheEnd (int code)
+{
+    SKERRY_SITE ("Skerry::Example::FailAtTheEnd");
+    SKERRY_THROW_WIN32 (unsigned (code));
+}
+
+}
+}
+
+namespace {
+
+std::vector<std::string> Lines (const std::string & text)
+{
+    std::vector<std::string> lines;
+    std::string::size_type start = 0, end;
+    while ((end = text.find ('\n', start)) != std::string::npos) {
+        lines.push_back (text.substr (start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+bool EndsWith (const std::string & text, const std::string & end)
+{
+    return text.size () >= end.size () && text.compare (text.size () - end.size (), end.size (), end) == 0;
+}
+
+// A trace of chosen addresses: one in the test program, one in the library.
+StackTrace TraceOf (std::vector<void *> addresses)
+{
+    StackTrace trace;
+    trace.assign (addresses.begin (), addresses.end ());
+    return trace;
+}
+
+void * InProgram ()
+{
+    return reinterpret_cast<void *> (&Skerry::Example::ThrowFromNamedFunction);
+}
+
+void * InLibrary ()
+{
+    return reinterpret_cast<void *> (&ThrowStringFunc);
+}
+
+}
+
+TEST (Symbolicate, NamesTheFramesOfTheLibraryAndTheProgram)
+{
+    Win32 e = Skerry::Example::ThrowFromNamedFunction ();
+    std::string text = e.Symbolicate ();
+    std::vector<std::string> lines = Lines (text);
+    ASSERT_EQ (lines.size (), e.size ()) << text;
+    EXPECT_EQ (text.back (), '\n');
+    EXPECT_NE (text.find ("LibSkerry.dll 0x"), std::string::npos) << text;
+    EXPECT_NE (text.find (" Skerry::Exceptions::ThrowWin32ErrorFunc+0x"), std::string::npos) << text;
+    EXPECT_NE (text.find ("ErrorModelTests.exe 0x"), std::string::npos) << text;
+    EXPECT_NE (text.find (" Skerry::Example::ThrowFromNamedFunction+0x"), std::string::npos) << text;
+    std::string::size_type column = lines [0].find (" 0x");
+    for (const std::string & line : lines)
+        EXPECT_EQ (line.find (" 0x"), column) << text;
+
+    try {
+        Skerry::Example::FailAtTheEnd (5);
+    }
+    catch (const Win32 & atTheEnd) {
+        std::vector<std::string> frames = Lines (atTheEnd.Symbolicate ());
+        ASSERT_GE (frames.size (), 2u);
+        EXPECT_NE (frames [0].find (" Skerry::Exceptions::ThrowWin32ErrorFunc+0x"), std::string::npos) << frames [0];
+        EXPECT_NE (frames [1].find (" Skerry::Example::FailAtTheEnd+0x"), std::string::npos) << frames [1];
+    }
+}
+
+TEST (Symbolicate, ModulesAreRightAlignedToTheLongestOfTheTrace)
+{
+    char expected [128];
+    std::snprintf (expected, sizeof expected, "ErrorModelTests.exe 0x%08lX Skerry::Example::ThrowFromNamedFunction+0x0\n",
+        static_cast<unsigned long> (reinterpret_cast<std::uintptr_t> (InProgram ())));
+    EXPECT_EQ (TraceOf ({InProgram ()}).Symbolicate (), expected);     // one frame: no leading blanks
+
+    std::vector<std::string> lines = Lines (TraceOf ({InLibrary (), InProgram ()}).Symbolicate ());
+    ASSERT_EQ (lines.size (), 2u);
+    EXPECT_EQ (lines [0].substr (0, 20), "      LibSkerry.dll ");
+    EXPECT_EQ (lines [1].substr (0, 20), "ErrorModelTests.exe ");
+    EXPECT_EQ (Lines (TraceOf ({InLibrary ()}).Symbolicate ()) [0].substr (0, 14), "LibSkerry.dll ");
+}
+
+TEST (Symbolicate, ModuleRecordRefusals)
+{
+    TraceOf ({InLibrary ()}).Symbolicate ();          // debug-help is up before the interposer
+    SKERRY_INTERPOSE (module, "dbghelp.dll", SymGetModuleInfo64);
+    // An older debug-help refuses the record: the module reads "OldDbgHelp" and takes part in the
+    // width like any other name.
+    module.Fail (FALSE, ERROR_INVALID_PARAMETER, 1, 1);
+    std::vector<std::string> lines = Lines (TraceOf ({InLibrary (), InLibrary (), InProgram ()}).Symbolicate ());
+    ASSERT_EQ (lines.size (), 3u);
+    EXPECT_EQ (lines [0].substr (0, 20), "      LibSkerry.dll ");
+    EXPECT_EQ (lines [1].substr (0, 20), "         OldDbgHelp ");
+    std::vector<std::string> narrow = Lines (TraceOf ({InLibrary (), InLibrary ()}).Symbolicate ());
+    EXPECT_EQ (narrow [0].substr (0, 14), "LibSkerry.dll ");
+
+    module.Fail (FALSE, ERROR_INVALID_PARAMETER);
+    EXPECT_EQ (Lines (TraceOf ({InLibrary (), InLibrary ()}).Symbolicate ()) [1].substr (0, 14), "   OldDbgHelp ");
+
+    // Any other refusal loses the whole text; the lock is released on the way.
+    module.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    Win32 e ("F", "S", 1, 2);
+    e.assign ({InLibrary (), InProgram ()});
+    EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
+    module.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    try {
+        e.StackTrace::Symbolicate ();
+        FAIL ();
+    }
+    catch (const Win32 & failure) {
+        EXPECT_EQ (failure.fCode, 126ul);
+        EXPECT_STREQ (failure.fFunction, "SymbolicateModule");
+        EXPECT_STREQ (failure.fFile, "StackTrace");
+    }
+    EXPECT_EQ (Lines (e.Symbolicate ()).size (), 2u);
+    // A frame in no module at all is such a refusal.
+    e.assign ({InLibrary (), nullptr});
+    EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
+}
+
+TEST (Symbolicate, FramesWithoutSymbols)
+{
+    SKERRY_INTERPOSE (symbol, "dbghelp.dll", SymFromAddr);
+    symbol.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    std::vector<std::string> lines = Lines (TraceOf ({InLibrary (), InProgram ()}).Symbolicate ());
+    ASSERT_EQ (lines.size (), 2u);
+    // Symbols are looked up from the outermost frame in.
+    EXPECT_TRUE (EndsWith (lines [0], " Skerry::Exceptions::ThrowStringFunc+0x0")) << lines [0];
+    EXPECT_TRUE (EndsWith (lines [1], " (error 126)")) << lines [1];
+    // A failure that leaves the last error as it was, as Wine's does, reads as error 0 rather
+    // than as whatever came before.
+    symbol.Replace ([] (HANDLE, DWORD64, PDWORD64, PSYMBOL_INFO) { return FALSE; });
+    ::SetLastError (ERROR_FILE_NOT_FOUND);
+    lines = Lines (TraceOf ({InProgram ()}).Symbolicate ());
+    EXPECT_TRUE (EndsWith (lines [0], " (error 0)")) << lines [0];
+}
