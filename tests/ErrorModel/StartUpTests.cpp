@@ -13,6 +13,7 @@
 #include <dbghelp.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 using Skerry::StackTrace;
@@ -156,9 +157,36 @@ TEST (InChild, StartUpFailuresAreRepeated)
     EXPECT_EQ (options.Calls (), 1u);
 }
 
+TEST (InChild, SingletonRace)
+{
+    // Both threads build an instance before either publishes: one is kept, the other is released
+    // with its process handle, and both threads get their text.
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
+    HANDLE bothBuilt = ::CreateSemaphoreW (nullptr, 0, 2, nullptr);
+    LONG built = 0;
+    duplicate.Replace ([&] (HANDLE p, HANDLE h, HANDLE t, LPHANDLE out, DWORD a, BOOL i, DWORD o) {
+        BOOL result = duplicate.Original (p, h, t, out, a, i, o);
+        if (::InterlockedIncrement (&built) == 2)
+            ::ReleaseSemaphore (bothBuilt, 2, nullptr);
+        ::WaitForSingleObject (bothBuilt, 10000);
+        return result;
+    });
+    std::string texts [2];
+    std::thread a ([&] { texts [0] = OneFrame ().Symbolicate (); });
+    std::thread b ([&] { texts [1] = OneFrame ().Symbolicate (); });
+    a.join ();
+    b.join ();
+    EXPECT_EQ (duplicate.Calls (), 2u);
+    ASSERT_EQ (close.Calls (), 1u);
+    EXPECT_EQ (texts [0], texts [1]);
+    EXPECT_EQ (texts [0].find ("ErrorModelTests.exe"), 0u);
+    ::CloseHandle (bothBuilt);
+}
+
 TEST (Symbolicate, StartUp)
 {
     for (const char * scenario : {"SearchPathAlone", "SearchPathFromEveryVariable", "SearchPathWithEmptyVariables",
-             "SearchPathWithUnseparatedSDK", "SearchPathFromPreference", "StartUpFailuresAreRepeated"})
+             "SearchPathWithUnseparatedSDK", "SearchPathFromPreference", "StartUpFailuresAreRepeated", "SingletonRace"})
         EXPECT_EQ (SkerryTest::RunInChild (scenario).fExitCode, 0ul) << scenario;
 }
