@@ -176,10 +176,7 @@ PLMutableArrayRef PLArrayCreateMutableCopy (PLAllocatorRef allocator, PLIndex ca
 
 PLArrayRef PLArrayCreateCopy (PLAllocatorRef allocator, PLArrayRef array)
 {
-    __PLArray * a = PLArrayCreateMutableCopy (allocator, 0, array);
-    if (a != nullptr)
-        a->fMutable = false;
-    return a;
+    return Frozen (PLArrayCreateMutableCopy (allocator, 0, array));
 }
 
 PLIndex PLArrayGetCount (PLArrayRef array)

@@ -114,8 +114,7 @@ PLDataRef PLDataCreateWithBytesNoCopy (PLAllocatorRef allocator, uint8_t const *
         return nullptr;
     data->fBytes = const_cast<uint8_t *> (bytes);
     data->fLength = data->fCapacity = length;
-    deallocator = ResolveAllocator (deallocator);
-    data->fDeallocator = deallocator == kPLAllocatorNull ? nullptr : deallocator;
+    data->fDeallocator = KeptDeallocator (deallocator);
     return data;
 }
 

@@ -346,10 +346,7 @@ PLMutableDictionaryRef PLDictionaryCreateMutableCopy (PLAllocatorRef allocator, 
 
 PLDictionaryRef PLDictionaryCreateCopy (PLAllocatorRef allocator, PLDictionaryRef dictionary)
 {
-    __PLDictionary * d = PLDictionaryCreateMutableCopy (allocator, 0, dictionary);
-    if (d != nullptr)
-        d->fMutable = false;
-    return d;
+    return Frozen (PLDictionaryCreateMutableCopy (allocator, 0, dictionary));
 }
 
 PLIndex PLDictionaryGetCount (PLDictionaryRef dictionary)
@@ -489,10 +486,7 @@ PLMutableSetRef PLSetCreateMutableCopy (PLAllocatorRef allocator, PLIndex, PLSet
 
 PLSetRef PLSetCreateCopy (PLAllocatorRef allocator, PLSetRef set)
 {
-    __PLSet * s = PLSetCreateMutableCopy (allocator, 0, set);
-    if (s != nullptr)
-        s->fMutable = false;
-    return s;
+    return Frozen (PLSetCreateMutableCopy (allocator, 0, set));
 }
 
 PLIndex PLSetGetCount (PLSetRef set)

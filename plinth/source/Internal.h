@@ -22,6 +22,8 @@ enum TypeNumber : PLTypeID {
     kBooleanType,
     kDateType,
     kURLType,
+    kReadStreamType,
+    kWriteStreamType,
     kTypeCount
 };
 
@@ -69,6 +71,22 @@ T * NewObject (PLAllocatorRef allocator, Class const & kind, std::size_t size = 
     object->fRetainCount = 1;
     object->fAllocator = allocator;
     CountNewObject ();
+    return object;
+}
+
+// The deallocator a no-copy object keeps: null (never free) for the null allocator.
+inline PLAllocatorRef KeptDeallocator (PLAllocatorRef deallocator)
+{
+    deallocator = ResolveAllocator (deallocator);
+    return deallocator == kPLAllocatorNull ? nullptr : deallocator;
+}
+
+// An immutable copy is a mutable copy that is then closed to changes.
+template <typename T>
+T * Frozen (T * object)
+{
+    if (object != nullptr)
+        object->fMutable = false;
     return object;
 }
 

@@ -11,6 +11,8 @@ using namespace Plinth;
 
 struct __PLNumber : Object {
     bool fIsReal;
+    // fInteger's bits are an unsigned value of 2^63 or more (kPLNumberUInt64Type).
+    bool fIsUnsigned;
     int64_t fInteger;
     double fReal;
 };
@@ -30,13 +32,25 @@ bool ExactInteger (double real, int64_t & integer)
     return true;
 }
 
+// An integer as a long double, which holds every 64-bit value exactly.
+long double Extended (__PLNumber const * n)
+{
+    return n->fIsReal ? (long double) n->fReal : n->fIsUnsigned ? (long double) uint64_t (n->fInteger)
+        : (long double) n->fInteger;
+}
+
 int CompareValues (__PLNumber const * a, __PLNumber const * b)
 {
-    if (! a->fIsReal && ! b->fIsReal)
+    if (! a->fIsReal && ! b->fIsReal) {
+        if (a->fIsUnsigned != b->fIsUnsigned)
+            return a->fIsUnsigned ? 1 : -1;
+        if (a->fIsUnsigned)
+            return uint64_t (a->fInteger) < uint64_t (b->fInteger) ? -1 : uint64_t (a->fInteger) > uint64_t (b->fInteger);
         return a->fInteger < b->fInteger ? -1 : a->fInteger > b->fInteger ? 1 : 0;
+    }
     // NaN sorts before every other number and equals itself, so that the order is total.
-    long double x = a->fIsReal ? (long double) a->fReal : (long double) a->fInteger;
-    long double y = b->fIsReal ? (long double) b->fReal : (long double) b->fInteger;
+    long double x = Extended (a);
+    long double y = Extended (b);
     if (std::isnan (x) || std::isnan (y))
         return std::isnan (x) == std::isnan (y) ? 0 : std::isnan (x) ? -1 : 1;
     return x < y ? -1 : x > y ? 1 : 0;
@@ -57,6 +71,14 @@ PLHashCode HashNumber (Object const * object)
 {
     __PLNumber const * n = static_cast<__PLNumber const *> (object);
     int64_t integer = n->fInteger;
+    if (n->fIsUnsigned) {
+        // As the real of the same value, when there is one.
+        double real = double (uint64_t (n->fInteger));
+        uint64_t bits;
+        std::memcpy (&bits, &real, sizeof bits);
+        return real < 18446744073709551616.0 && uint64_t (real) == uint64_t (n->fInteger)
+            ? HashInteger (int64_t (bits)) : HashInteger (integer);
+    }
     if (n->fIsReal && ! ExactInteger (n->fReal, integer)) {
         if (std::isnan (n->fReal))
             return 0x7FF8;
@@ -71,7 +93,9 @@ PLStringRef DescribeNumber (Object const * object)
 {
     __PLNumber const * n = static_cast<__PLNumber const *> (object);
     char text [40];
-    if (! n->fIsReal)
+    if (n->fIsUnsigned)
+        std::snprintf (text, sizeof text, "%llu", (unsigned long long) n->fInteger);
+    else if (! n->fIsReal)
         std::snprintf (text, sizeof text, "%lld", (long long) n->fInteger);
     else {
         // The shortest form that reads back as the same double.
@@ -130,6 +154,8 @@ Class const kDateClass = { kDateType, "PLDate", nullptr, EqualDates, HashDate, D
 
 __PLNumber const * AsNumber (void const * object) { return As<__PLNumber const> (object, kNumberType); }
 
+PLBoolean GetUnsignedValue (__PLNumber const * n, PLNumberType type, void * value);
+
 }
 
 extern "C" {
@@ -141,18 +167,24 @@ PLNumberRef PLNumberCreate (PLAllocatorRef allocator, PLNumberType type, void co
     if (value == nullptr)
         return nullptr;
     bool isReal = false;
+    bool isUnsigned = false;
     int64_t integer = 0;
     double real = 0;
     switch (type) {
     case kPLNumberSInt32Type: case kPLNumberIntType: integer = *static_cast<int32_t const *> (value); break;
     case kPLNumberSInt64Type: case kPLNumberLongLongType: integer = *static_cast<int64_t const *> (value); break;
     case kPLNumberFloat64Type: case kPLNumberDoubleType: real = *static_cast<double const *> (value); isReal = true; break;
+    case kPLNumberUInt64Type:
+        integer = int64_t (*static_cast<uint64_t const *> (value));
+        isUnsigned = integer < 0;
+        break;
     default: return nullptr;
     }
     __PLNumber * number = NewObject<__PLNumber> (allocator, kNumberClass);
     if (number == nullptr)
         return nullptr;
     number->fIsReal = isReal;
+    number->fIsUnsigned = isUnsigned;
     number->fInteger = integer;
     number->fReal = real;
     return number;
@@ -161,6 +193,8 @@ PLNumberRef PLNumberCreate (PLAllocatorRef allocator, PLNumberType type, void co
 PLNumberType PLNumberGetType (PLNumberRef number)
 {
     __PLNumber const * n = AsNumber (number);
+    if (n != nullptr && n->fIsUnsigned)
+        return kPLNumberUInt64Type;
     return n != nullptr && n->fIsReal ? kPLNumberFloat64Type : kPLNumberSInt64Type;
 }
 
@@ -175,6 +209,8 @@ PLBoolean PLNumberGetValue (PLNumberRef number, PLNumberType type, void * value)
     __PLNumber const * n = AsNumber (number);
     if (n == nullptr || value == nullptr)
         return false;
+    if (n->fIsUnsigned || type == kPLNumberUInt64Type)
+        return GetUnsignedValue (n, type, value);
     switch (type) {
     case kPLNumberSInt32Type: case kPLNumberIntType: {
         int64_t wide = n->fInteger;
@@ -208,6 +244,43 @@ PLBoolean PLNumberGetValue (PLNumberRef number, PLNumberType type, void * value)
         return false;
     }
 }
+
+}
+
+namespace {
+
+// The conversions that involve kPLNumberUInt64Type: to it, or from a number that is one.
+PLBoolean GetUnsignedValue (__PLNumber const * n, PLNumberType type, void * value)
+{
+    uint64_t u = uint64_t (n->fInteger);
+    if (type == kPLNumberUInt64Type) {
+        bool exact = n->fIsUnsigned || (! n->fIsReal && n->fInteger >= 0);
+        if (n->fIsReal) {
+            double r = n->fReal;
+            exact = r >= 0 && r < 18446744073709551616.0 && std::floor (r) == r;
+            u = exact ? uint64_t (r) : ! (r > 0) ? 0 : r >= 18446744073709551616.0 ? UINT64_MAX : uint64_t (r);
+        }
+        else if (! exact)
+            u = 0;
+        *static_cast<uint64_t *> (value) = u;
+        return exact;
+    }
+    switch (type) {
+    case kPLNumberSInt32Type: case kPLNumberIntType: *static_cast<int32_t *> (value) = INT32_MAX; return false;
+    case kPLNumberSInt64Type: case kPLNumberLongLongType: *static_cast<int64_t *> (value) = INT64_MAX; return false;
+    case kPLNumberFloat64Type: case kPLNumberDoubleType: {
+        double real = double (u);
+        *static_cast<double *> (value) = real;
+        return real < 18446744073709551616.0 && uint64_t (real) == u;
+    }
+    default:
+        return false;
+    }
+}
+
+}
+
+extern "C" {
 
 PLComparisonResult PLNumberCompare (PLNumberRef x, PLNumberRef y, void *)
 {

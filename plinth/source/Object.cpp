@@ -189,7 +189,7 @@ PLStringRef PLCopyDescription (PLTypeRef object)
 PLStringRef PLCopyTypeIDDescription (PLTypeID typeID)
 {
     static char const * const kNames [kTypeCount] = { nullptr, "PLAllocator", "PLString", "PLData", "PLArray",
-        "PLDictionary", "PLSet", "PLNumber", "PLBoolean", "PLDate", "PLURL" };
+        "PLDictionary", "PLSet", "PLNumber", "PLBoolean", "PLDate", "PLURL", "PLReadStream", "PLWriteStream" };
     if (typeID == kPLNotATypeID || typeID >= kTypeCount)
         return nullptr;
     return MakeStringFromASCII (kNames [typeID]);
@@ -216,6 +216,10 @@ void const * StandardRetain (PLAllocatorRef, void const * value) { return PLReta
 void StandardRelease (PLAllocatorRef, void const * value) { PLRelease (value); }
 
 }
+
+// Callers copy these structures and replace words by position.
+static_assert (sizeof (PLDictionaryKeyCallBacks) == 6 * sizeof (void *), "six words");
+static_assert (sizeof (PLDictionaryValueCallBacks) == 5 * sizeof (void *), "five words");
 
 PLDictionaryKeyCallBacks const kPLTypeDictionaryKeyCallBacks = {
     0, StandardRetain, StandardRelease, PLCopyDescription, PLEqual, PLHash };

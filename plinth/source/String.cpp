@@ -237,7 +237,7 @@ PLStringRef PLStringCreateWithCharactersNoCopy (PLAllocatorRef allocator, PLUniC
         return nullptr;
     string->fUnits = units;
     string->fLength = count;
-    string->fDeallocator = ResolveAllocator (deallocator) == kPLAllocatorNull ? nullptr : ResolveAllocator (deallocator);
+    string->fDeallocator = KeptDeallocator (deallocator);
     return string;
 }
 

@@ -164,7 +164,18 @@ PLURLRef PLURLCreateWithFileSystemPath (PLAllocatorRef allocator, PLStringRef pa
     std::size_t count = std::size_t (p->fLength);
     UnitBuffer out;
     bool windows = style == kPLURLWindowsPathStyle;
-    if (windows && count >= 2 && IsLetter (units [0]) && units [1] == ':') {
+    // The long-path forms name the same file as the plain ones: "\\?\C:\x" is "C:\x", and
+    // "\\?\UNC\server\share" is "\\server\share".
+    bool longUNC = windows && StartsWith (units, count, "\\\\?\\UNC\\");
+    if (longUNC || (windows && StartsWith (units, count, "\\\\?\\"))) {
+        units += longUNC ? 8 : 4;
+        count -= longUNC ? 8 : 4;
+        if (count == 0)
+            return nullptr;
+    }
+    if (longUNC)
+        out.AppendASCII ("file://");   // the server becomes the authority
+    else if (windows && count >= 2 && IsLetter (units [0]) && units [1] == ':') {
         out.AppendASCII ("file:///");
         out.Append (units, 2);
         out.Append (PLUniChar ('/'));

@@ -1,6 +1,7 @@
 // The object model: counts, immortals, kinds, equality and hashing, descriptions, allocators.
 #include "PlinthTest.h"
 
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -57,6 +58,19 @@ TEST (Object, ImmortalsIgnoreCountsAndAreNotLive)
         EXPECT_EQ (PLGetRetainCount (immortal), 0x7FFFFFFF);
     }
     EXPECT_EQ (__PLStringMakeConstantString (nullptr), nullptr);
+
+    // Threads interning the same new texts at once get one object per text.
+    std::vector<PLStringRef> seen [4];
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back ([&seen, t] {
+            for (int i = 0; i < 500; ++i)
+                seen [t].push_back (__PLStringMakeConstantString (("constant " + std::to_string (i)).c_str ()));
+        });
+    for (std::thread & thread : threads)
+        thread.join ();
+    for (int t = 1; t < 4; ++t)
+        EXPECT_EQ (seen [t], seen [0]);
 }
 
 TEST (Object, KindsHaveDistinctNumbersAndNames)

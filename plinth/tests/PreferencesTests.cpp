@@ -4,6 +4,12 @@
 
 #include <cstdlib>
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
+
 using namespace PlinthTest;
 
 namespace {
@@ -109,4 +115,68 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
     PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
     ScratchPreferences::WriteFile (file, "");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+}
+
+TEST (Preferences, WithoutRedirectionTheyLiveInTheUsersApplicationData)
+{
+    ScratchPreferences scratch;   // a directory to stand for the user's own
+#ifdef _WIN32
+    char previous [32768] = {};
+    bool had = ::GetEnvironmentVariableA ("APPDATA", previous, sizeof previous) != 0;
+    ::SetEnvironmentVariableA ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
+    ::SetEnvironmentVariableA ("APPDATA", scratch.Directory ().c_str ());
+    std::string expected = scratch.Directory () + "\\Plinth\\Preferences\\PlinthPreferencesTest.plist";
+#else
+    char const * home = std::getenv ("HOME");
+    std::string previous = home == nullptr ? "" : home;
+    bool had = home != nullptr;
+    unsetenv ("PLINTH_PREFERENCES_DIRECTORY");
+    setenv ("HOME", scratch.Directory ().c_str (), 1);
+    std::string expected = scratch.Directory () + "/.config/Plinth/Preferences/PlinthPreferencesTest.plist";
+#endif
+    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    EXPECT_EQ (ScratchPreferences::ReadFile (expected).substr (0, 8), "PLPREFS1");
+    std::remove (expected.c_str ());
+#ifdef _WIN32
+    ::SetEnvironmentVariableA ("APPDATA", had ? previous : nullptr);
+    for (char const * level : { "\\Plinth\\Preferences", "\\Plinth" })
+        ::RemoveDirectoryA ((scratch.Directory () + level).c_str ());
+#else
+    if (had)
+        setenv ("HOME", previous.c_str (), 1);
+    for (char const * level : { "/.config/Plinth/Preferences", "/.config/Plinth", "/.config" })
+        rmdir ((scratch.Directory () + level).c_str ());
+#endif
+}
+
+TEST (Preferences, DamagedFilesReadAsNothingWithoutHarm)
+{
+    ScratchPreferences scratch;
+    NoLeaks noLeaks;
+    int64_t number = 7;
+    Owned<PLNumberRef> seven (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &number));
+    void const * items [] = { PLSTR ("text"), seven.Get (), kPLBooleanTrue };
+    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 3, &kPLTypeArrayCallBacks));
+    PLPreferencesSetAppValue (PLSTR ("list"), array, kApplication);
+    PLPreferencesSetAppValue (PLSTR ("name"), PLSTR ("value"), kApplication);
+    ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    std::string file = scratch.File ("PlinthPreferencesTest.plist");
+    std::string good = ScratchPreferences::ReadFile (file);
+    // Every cut and many changed bytes: each read gives a whole value or nothing.
+    unsigned seed = 12345;
+    for (std::size_t variant = 0; variant < good.size () + 200; ++variant) {
+        std::string bad = good;
+        if (variant < good.size ())
+            bad.resize (variant);
+        else {
+            seed = seed * 1103515245 + 12345;
+            bad [8 + (seed >> 8) % (good.size () - 8)] = char (seed >> 20);
+        }
+        ScratchPreferences::WriteFile (file, bad);
+        Owned<PLTypeRef> list (PLPreferencesCopyAppValue (PLSTR ("list"), kApplication));
+        if (list.Get () != nullptr) {
+            EXPECT_EQ (PLGetTypeID (list), PLArrayGetTypeID ());
+        }
+    }
 }

@@ -27,6 +27,8 @@ TEST (URL, WindowsPathsBecomeFileURLsAndComeBack)
         { "d:/mixed\\separators", false, "file:///d:/mixed/separators", "d:\\mixed\\separators" },
         { "\\\\server\\share\\x y.txt", false, "file://server/share/x%20y.txt", "\\\\server\\share\\x y.txt" },
         { "relative\\name", false, "relative/name", "relative\\name" },
+        { "\\\\?\\C:\\long", false, "file:///C:/long", "C:\\long" },
+        { "\\\\?\\UNC\\server\\share", true, "file://server/share/", "\\\\server\\share" },
         { "C:\\dir\\", false, "file:///C:/dir", "C:\\dir" },
         { u8"C:\\\u00E4%#?", false, "file:///C:/%C3%A4%25%23%3F", u8"C:\\\u00E4%#?" },
     };

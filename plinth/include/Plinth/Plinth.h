@@ -338,7 +338,9 @@ typedef enum {
     kPLNumberFloat64Type = 6,
     kPLNumberIntType = 9,
     kPLNumberLongLongType = 11,
-    kPLNumberDoubleType = 13
+    kPLNumberDoubleType = 13,
+    /* Integers of 2^63 ... 2^64-1, as property lists carry them; smaller values are SInt64. */
+    kPLNumberUInt64Type = 100
 } PLNumberType;
 
 PL_EXPORT PLTypeID PLNumberGetTypeID (void);
@@ -396,6 +398,67 @@ PL_EXPORT void PLPreferencesSetAppValue (PLStringRef key, PLTypeRef value, PLStr
 PL_EXPORT PLBoolean PLPreferencesAppSynchronize (PLStringRef applicationID);
 /* The keys that have a value, or null when there are none. */
 PL_EXPORT PLArrayRef PLPreferencesCopyKeyList (PLStringRef applicationID);
+
+/* ---- Streams ---------------------------------------------------------------------------------*/
+
+/* A stream on a file: created on a URL, opened once, closed by PLReadStreamClose or
+ * PLWriteStreamClose or by the last PLRelease. Opening a write stream creates the file or empties
+ * it. A stream that failed, or was closed, reads and writes nothing more. */
+typedef struct __PLReadStream __PLReadStream;
+typedef struct __PLWriteStream __PLWriteStream;
+typedef __PLReadStream * PLReadStreamRef;
+typedef __PLWriteStream * PLWriteStreamRef;
+
+PL_EXPORT PLTypeID PLReadStreamGetTypeID (void);
+PL_EXPORT PLTypeID PLWriteStreamGetTypeID (void);
+/* Null when `url` is not a file URL. Nothing is opened yet. */
+PL_EXPORT PLReadStreamRef PLReadStreamCreateWithFile (PLAllocatorRef allocator, PLURLRef url);
+PL_EXPORT PLWriteStreamRef PLWriteStreamCreateWithFile (PLAllocatorRef allocator, PLURLRef url);
+/* True when the file is open now; false when it can't be opened or the stream was opened before. */
+PL_EXPORT PLBoolean PLReadStreamOpen (PLReadStreamRef stream);
+PL_EXPORT PLBoolean PLWriteStreamOpen (PLWriteStreamRef stream);
+/* The bytes read (0 at the end of the file) or written (all of `length`), or -1 on failure. */
+PL_EXPORT PLIndex PLReadStreamRead (PLReadStreamRef stream, uint8_t * buffer, PLIndex length);
+PL_EXPORT PLIndex PLWriteStreamWrite (PLWriteStreamRef stream, uint8_t const * buffer, PLIndex length);
+PL_EXPORT void PLReadStreamClose (PLReadStreamRef stream);
+PL_EXPORT void PLWriteStreamClose (PLWriteStreamRef stream);
+
+/* ---- Property lists --------------------------------------------------------------------------*/
+
+/* Formats, as plistlib's FMT_XML and FMT_BINARY; see the README. */
+typedef enum {
+    kPLPropertyListXMLFormat = 100,
+    kPLPropertyListBinaryFormat = 200
+} PLPropertyListFormat;
+
+/* Read options: what the result may change. Leaves are data (strings, numbers, dates and booleans
+ * have no mutable form). */
+enum {
+    kPLPropertyListImmutable = 0,
+    kPLPropertyListMutableContainers = 1,
+    kPLPropertyListMutableContainersAndLeaves = 2
+};
+
+/* The readers take untrusted bytes: anything but one well-formed property list gives null, and
+ * nothing stays allocated. The format is detected. When `format` is not null it receives the
+ * format read; when `errorString` is not null it receives, on failure, an owned one-line reason
+ * (and null on success). */
+PL_EXPORT PLTypeRef PLPropertyListCreateWithData (PLAllocatorRef allocator, PLDataRef data, PLOptionFlags options,
+    PLPropertyListFormat * format, PLStringRef * errorString);
+/* Reads the open stream to its end, or `streamLength` bytes when that isn't 0. */
+PL_EXPORT PLTypeRef PLPropertyListCreateWithStream (PLAllocatorRef allocator, PLReadStreamRef stream,
+    PLIndex streamLength, PLOptionFlags options, PLPropertyListFormat * format, PLStringRef * errorString);
+/* The encoding of `propertyList` in `format`, or null when it can't be written: a kind that
+ * property lists don't hold, a key that isn't a string, a container holding itself, nesting
+ * deeper than 512, a date outside years 1 to 9999, text that the format can't hold. `options`
+ * must be 0. */
+PL_EXPORT PLDataRef PLPropertyListCreateData (PLAllocatorRef allocator, PLTypeRef propertyList,
+    PLPropertyListFormat format, PLOptionFlags options, PLStringRef * errorString);
+/* Writes to an open stream; the number of bytes written, or 0 on failure. */
+PL_EXPORT PLIndex PLPropertyListWrite (PLTypeRef propertyList, PLWriteStreamRef stream, PLPropertyListFormat format,
+    PLOptionFlags options, PLStringRef * errorString);
+/* True when `propertyList` can be written in `format`. */
+PL_EXPORT PLBoolean PLPropertyListIsValid (PLTypeRef propertyList, PLPropertyListFormat format);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,110 @@
+// What Plinth writes, plistlib reads into the values it wrote itself: every corpus value that
+// plistlib wrote is read by Plinth and written back in both formats, in the binary format also
+// with every reference and offset width of 1 to 8 bytes, and large values that need references
+// and offsets of 4 bytes are made here by the rules that tests/data/corpus.py knows. corpus.py
+// then checks every file with plistlib, and that the default encodings are plistlib's own bytes.
+// Native only: plistlib runs on this side of the test run.
+#include "PlinthTest.h"
+#include "../source/PropertyList.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+using namespace PlinthTest;
+
+namespace {
+
+std::string Contents (std::string const & path)
+{
+    std::ostringstream contents;
+    contents << std::ifstream (path, std::ios::binary).rdbuf ();
+    return contents.str ();
+}
+
+bool Save (std::string const & path, Plinth::ByteWriter const & bytes)
+{
+    std::ofstream file (path, std::ios::binary);
+    file.write (reinterpret_cast<char const *> (bytes.Bytes ()), std::streamsize (bytes.Size ()));
+    return bool (file);
+}
+
+// Writes `value` as NAME.binary, NAME.xml (when `xml`) and NAME.wR-O.binary for every width that
+// holds it.
+void WriteEveryWay (std::string const & directory, std::string const & name, PLTypeRef value, bool xml, bool widths)
+{
+    Plinth::ParseFailure failure;
+    Plinth::ByteWriter binary;
+    ASSERT_TRUE (Plinth::WriteBinaryPropertyList (binary, value, Plinth::BinaryWidths (), failure)) << name << failure.fReason;
+    ASSERT_TRUE (Save (directory + "/" + name + ".binary", binary));
+    if (xml) {
+        Plinth::ByteWriter text;
+        ASSERT_TRUE (Plinth::WriteXMLPropertyList (text, value, failure)) << name << failure.fReason;
+        ASSERT_TRUE (Save (directory + "/" + name + ".xml", text));
+    }
+    for (unsigned width = 1; widths && width <= 8; ++width)
+        for (unsigned other : { width, 8u }) {
+            Plinth::ByteWriter out;
+            Plinth::ParseFailure tooSmall;
+            if (Plinth::WriteBinaryPropertyList (out, value, Plinth::BinaryWidths { width, other }, tooSmall))
+                ASSERT_TRUE (Save (directory + "/" + name + ".w" + std::to_string (width) + "-" + std::to_string (other)
+                    + ".binary", out));
+            else
+                EXPECT_NE (std::string (tooSmall.fReason).find ("width too small"), std::string::npos) << name;
+        }
+}
+
+}
+
+TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
+{
+    NoLeaks noLeaks;
+    char pattern [] = "/tmp/PlinthInteropXXXXXX";
+    std::string directory = mkdtemp (pattern);
+    std::string data = PLINTH_TEST_DATA;
+    std::istringstream index (Contents (data + "/plistlib/index.txt"));
+    int written = 0;
+    for (std::string file; std::getline (index, file);) {
+        std::string name = file.substr (0, file.find ('.'));
+        if (file != name + ".binary")
+            continue;
+        std::string bytes = Contents (data + "/plistlib/" + file);
+        Owned<PLDataRef> input (PLDataCreate (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (bytes.data ()),
+            PLIndex (bytes.size ())));
+        Owned<PLTypeRef> value (PLPropertyListCreateWithData (kPLAllocatorDefault, input, 0, nullptr, nullptr));
+        ASSERT_NE (value.Get (), nullptr) << file;
+        bool xml = Contents (data + "/plistlib/index.txt").find (name + ".xml\n") != std::string::npos;
+        WriteEveryWay (directory, name, value, xml, name.size () < 16);
+        ++written;
+    }
+    EXPECT_GT (written, 60);
+
+    // 70000 integers and 70000 strings: references and offsets of 4 bytes.
+    Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
+    Owned<PLMutableArrayRef> strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
+    for (int32_t i = 0; i < 70000; ++i) {
+        Owned<PLNumberRef> number (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt32Type, &i));
+        PLArrayAppendValue (integers, number);
+        Owned<PLStringRef> string (CreateString (("s" + std::to_string (i)).c_str ()));
+        PLArrayAppendValue (strings, string);
+    }
+    WriteEveryWay (directory, "generated_refs_4", integers, true, false);
+    WriteEveryWay (directory, "generated_strings_4", strings, true, false);
+    std::string trailer = Contents (directory + "/generated_strings_4.binary").substr (
+        Contents (directory + "/generated_strings_4.binary").size () - 26, 2);
+    EXPECT_EQ (trailer, std::string ("\x04\x04", 2));
+
+    std::string command = "python3 " + data + "/corpus.py verify " + directory + " 2>&1";
+    FILE * pipe = popen (command.c_str (), "r");
+    ASSERT_NE (pipe, nullptr);
+    std::string output;
+    char buffer [4096];
+    while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
+        output.append (buffer, got);
+    int status = pclose (pipe);
+    EXPECT_EQ (status, 0) << output;
+    EXPECT_NE (output.find (", 0 failures"), std::string::npos) << output;
+    std::system (("rm -rf " + directory).c_str ());
+}
