@@ -2,13 +2,22 @@
 #include <LibSkerry/Exceptions>
 #include <LibSkerry/Utilities>
 
+#include "Expect.h"
 #include "Interposer.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
+using Skerry::Exceptions::Win32;
 using Skerry::Miscellany::EnsureLibrary;
+using SkerryTest::Expect;
+
+namespace {
+
+const char kFunction [] = "Skerry::Miscellany::EnsureLibrary";
+
+}
 
 TEST (EnsureLibrary, FilledSlotMakesNoCall)
 {
@@ -30,15 +39,7 @@ TEST (EnsureLibrary, LoadsOnceAndKeepsTheModule)
 TEST (EnsureLibrary, PlatformFailuresRaiseWin32)
 {
     void * slot = nullptr;
-    try {
-        EnsureLibrary (L"NoSuchLibrary", slot);
-        FAIL ();
-    }
-    catch (const Skerry::Exceptions::Win32 & e) {
-        EXPECT_EQ (e.fCode, 126ul);
-        EXPECT_STREQ (e.fFunction, "Skerry::Miscellany::EnsureLibrary");
-        EXPECT_STREQ (e.fFile, "Utilities");
-    }
+    EXPECT_EQ (Expect<Win32> ([&] { EnsureLibrary (L"NoSuchLibrary", slot); }, kFunction, "Utilities").fCode, 126ul);
     EXPECT_EQ (slot, nullptr);
 
     // Another thread stores its module while this one loads; giving this one's back fails.
@@ -47,15 +48,7 @@ TEST (EnsureLibrary, PlatformFailuresRaiseWin32)
     HMODULE winner = ::LoadLibraryW (L"version");
     load.Replace ([&] (LPCWSTR name) { slot = winner; return load.Original (name); });
     release.Fail (FALSE, ERROR_MOD_NOT_FOUND);
-    try {
-        EnsureLibrary (L"version", slot);
-        FAIL ();
-    }
-    catch (const Skerry::Exceptions::Win32 & e) {
-        EXPECT_EQ (e.fCode, 126ul);
-        EXPECT_STREQ (e.fFunction, "Skerry::Miscellany::EnsureLibrary");
-        EXPECT_STREQ (e.fFile, "Utilities");
-    }
+    EXPECT_EQ (Expect<Win32> ([&] { EnsureLibrary (L"version", slot); }, kFunction, "Utilities").fCode, 126ul);
     EXPECT_EQ (slot, winner);
     EXPECT_EQ (release.Calls (), 1u);
 }

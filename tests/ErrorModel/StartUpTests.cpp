@@ -6,6 +6,7 @@
 #include <Plinth/Plinth.h>
 
 #include "ChildProcess.h"
+#include "Expect.h"
 #include "Interposer.h"
 
 #include <gtest/gtest.h>
@@ -126,15 +127,8 @@ TEST (InChild, StartUpFailuresAreRepeated)
         return initialize.Original (process, path, invade);
     });
     auto expectFailure = [] (unsigned long code, const char * function) {
-        try {
-            OneFrame ().StackTrace::Symbolicate ();
-            ADD_FAILURE () << "no failure for " << function;
-        }
-        catch (const Win32 & e) {
-            EXPECT_EQ (e.fCode, code);
-            EXPECT_STREQ (e.fFunction, function);
-            EXPECT_STREQ (e.fFile, "StackTrace");
-        }
+        EXPECT_EQ (SkerryTest::Expect<Win32> ([] { OneFrame ().StackTrace::Symbolicate (); }, function, "StackTrace").fCode,
+            code);
     };
     duplicate.Fail (FALSE, ERROR_ACCESS_DENIED);
     expectFailure (5, "Singleton::Singleton");

@@ -6,6 +6,7 @@
 #include <Plinth/Plinth.h>
 
 #include "ChildProcess.h"
+#include "Expect.h"
 #include "Interposer.h"
 
 #include <gtest/gtest.h>
@@ -146,15 +147,8 @@ TEST (Symbolicate, ModuleRecordRefusals)
     e.assign ({InLibrary (), InProgram ()});
     EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
     module.Fail (FALSE, ERROR_MOD_NOT_FOUND);
-    try {
-        e.StackTrace::Symbolicate ();
-        FAIL ();
-    }
-    catch (const Win32 & failure) {
-        EXPECT_EQ (failure.fCode, 126ul);
-        EXPECT_STREQ (failure.fFunction, "SymbolicateModule");
-        EXPECT_STREQ (failure.fFile, "StackTrace");
-    }
+    EXPECT_EQ (SkerryTest::Expect<Win32> ([&] { e.StackTrace::Symbolicate (); }, "SymbolicateModule", "StackTrace").fCode,
+        126ul);
     EXPECT_EQ (Lines (e.Symbolicate ()).size (), 2u);
     // A frame in no module at all is such a refusal.
     e.assign ({InLibrary (), nullptr});

@@ -3,6 +3,7 @@
 #include <LibSkerry/Exceptions>
 
 #include "ChildProcess.h"
+#include "Expect.h"
 #include "Interposer.h"
 #include "JotLog.h"
 
@@ -18,18 +19,7 @@ using SkerryError = Skerry::Exceptions::Skerry;
 
 namespace {
 
-template <typename E, typename Raise>
-E Catch (Raise raise)
-{
-    try {
-        raise ();
-    }
-    catch (const E & e) {
-        return e;
-    }
-    ADD_FAILURE () << "nothing of the expected kind was thrown";
-    throw std::logic_error ("not thrown");
-}
+using SkerryTest::Caught;
 
 void ExpectSite (const Base & e, const char * function, const char * file, std::uint32_t line)
 {
@@ -44,19 +34,19 @@ void ExpectSite (const Base & e, const char * function, const char * file, std::
 TEST (Throw, EachKindCarriesItsSiteCodeAndLogLine)
 {
     SkerryTest::ScopedJotLog log;
-    Win32 win32 = Catch<Win32> ([] { ThrowWin32ErrorFunc ("Site::Win32", "Here", 11, 2); });
+    Win32 win32 = Caught<Win32> ([] { ThrowWin32ErrorFunc ("Site::Win32", "Here", 11, 2); });
     ExpectSite (win32, "Site::Win32", "Here", 11);
     EXPECT_EQ (win32.fCode, 2ul);
-    SkerryError skerry = Catch<SkerryError> ([] { ThrowSkerryErrorFunc ("Site::Skerry", "There", 22, 18); });
+    SkerryError skerry = Caught<SkerryError> ([] { ThrowSkerryErrorFunc ("Site::Skerry", "There", 22, 18); });
     ExpectSite (skerry, "Site::Skerry", "There", 22);
     EXPECT_EQ (skerry.fCode, 18ul);
-    COM com = Catch<COM> ([] { ThrowHRESULTFunc ("Site::COM", "Shell", 33, long (0x80070057)); });
+    COM com = Caught<COM> ([] { ThrowHRESULTFunc ("Site::COM", "Shell", 33, long (0x80070057)); });
     ExpectSite (com, "Site::COM", "Shell", 33);
     EXPECT_EQ (com.fCode, long (0x80070057));
-    Errno error = Catch<Errno> ([] { ThrowErrnoFunc ("Site::Errno", "File", 44, 13); });
+    Errno error = Caught<Errno> ([] { ThrowErrnoFunc ("Site::Errno", "File", 44, 13); });
     ExpectSite (error, "Site::Errno", "File", 44);
     EXPECT_EQ (error.fCode, 13);
-    String text = Catch<String> ([] { ThrowStringFunc ("Site::String", "Text", 55, "went wrong"); });
+    String text = Caught<String> ([] { ThrowStringFunc ("Site::String", "Text", 55, "went wrong"); });
     ExpectSite (text, "Site::String", "Text", 55);
     EXPECT_STREQ (text.fMessage, "went wrong");
 
@@ -79,8 +69,8 @@ TEST (Throw, ValuesAreNotInterpreted)
     SkerryTest::ScopedJotLog log;
     // An error of 0 raises all the same, and a negative line keeps its bit pattern: signed in the
     // code functions' lines, unsigned in the String line.
-    EXPECT_EQ (Catch<Win32> ([] { ThrowWin32ErrorFunc ("F", "S", -1, 0); }).fCode, 0ul);
-    EXPECT_EQ (Catch<String> ([] { ThrowStringFunc ("F", "S", -1, "m"); }).fLine, 0xFFFFFFFFu);
+    EXPECT_EQ (Caught<Win32> ([] { ThrowWin32ErrorFunc ("F", "S", -1, 0); }).fCode, 0ul);
+    EXPECT_EQ (Caught<String> ([] { ThrowStringFunc ("F", "S", -1, "m"); }).fLine, 0xFFFFFFFFu);
     EXPECT_EQ (log.Messages (), (std::vector<std::string> {
         "F: throwing exception due to Win32 error 0 on line -1 of file S",
         "F: throwing exception from line 4294967295 of file S: m"}));
@@ -91,7 +81,7 @@ TEST (Throw, SiteAndAssertionFormsReportTheNamedSite)
     SkerryTest::ScopedJotLog log;
     std::string s = "abc";
     int assertLine = 0;
-    String assertion = Catch<String> ([&] {
+    String assertion = Caught<String> ([&] {
         SKERRY_SITE ("Skerry::Example::Check");
         assertLine = __LINE__ + 1;
         SKERRY_ASSERT (s.length ( ) == std::string::size_type (s.length ( ) + 1));
@@ -100,7 +90,7 @@ TEST (Throw, SiteAndAssertionFormsReportTheNamedSite)
     ExpectSite (assertion, "Skerry::Example::Check", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (assertLine));
 
     int throwLine = 0;
-    Win32 win32 = Catch<Win32> ([&] {
+    Win32 win32 = Caught<Win32> ([&] {
         SKERRY_SITE ("ConstructKey");
         throwLine = __LINE__ + 1;
         SKERRY_THROW_WIN32 (5);
@@ -177,12 +167,12 @@ TEST (StringException, DuplicationFailuresRaiseStandardExceptions)
         EXPECT_STREQ (e.what (), "unable to duplicate string for new String exception");
     }
     // The guard was left by unwinding: the next throw goes through.
-    EXPECT_STREQ (Catch<String> ([] { ThrowStringFunc ("F", "S", 1, "again"); }).fMessage, "again");
+    EXPECT_STREQ (Caught<String> ([] { ThrowStringFunc ("F", "S", 1, "again"); }).fMessage, "again");
 }
 
 TEST (Symbolicate, EmptyTraceSaysSo)
 {
-    Win32 e = Catch<Win32> ([] { ThrowWin32ErrorFunc ("F", "S", 1, 2); });
+    Win32 e = Caught<Win32> ([] { ThrowWin32ErrorFunc ("F", "S", 1, 2); });
     e.clear ();
     EXPECT_EQ (e.Symbolicate (), "(no frames found)");
 }

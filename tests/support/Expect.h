@@ -1,6 +1,6 @@
-// What the text tests expect of a failure: its kind, and the function and source name it reports.
-#ifndef SKERRY_TEST_TEXT_EXPECT
-#define SKERRY_TEST_TEXT_EXPECT
+// What a test expects of a failure: its kind, and the function and source name it reports.
+#ifndef SKERRY_TEST_EXPECT
+#define SKERRY_TEST_EXPECT
 
 #include <LibSkerry/Exceptions>
 
@@ -9,6 +9,20 @@
 #include <stdexcept>
 
 namespace SkerryTest {
+
+// The exception of kind E that `raise` throws; a failure of the test if it throws none.
+template <typename E, typename Raise>
+E Caught (Raise raise)
+{
+    try {
+        raise ();
+    }
+    catch (const E & e) {
+        return e;
+    }
+    ADD_FAILURE () << "nothing of the expected kind was thrown";
+    throw std::logic_error ("not thrown");
+}
 
 template <typename E, typename Raise>
 E Expect (Raise raise, const char * function, const char * file)
