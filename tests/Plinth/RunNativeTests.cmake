@@ -1,11 +1,5 @@
 # Configures Plinth alone with the host compiler, builds it and runs its tests.
-function(run)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-  if(NOT result EQUAL 0)
-    message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
-  endif()
-  set(output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/Run.cmake)
 
 # The cross build's environment must not choose the compilers of the native one.
 unset(ENV{CC})
