@@ -5,6 +5,7 @@
 #   make bench     build and run the benchmarks under Wine
 #   make install PREFIX=dir   install headers, DLLs, import libraries and the CMake package
 #   make native    build Plinth's portable core with the host compiler and run its tests natively
+#   make fuzz      run Plinth's property-list fuzz targets (clang, libFuzzer) for 60 s each
 
 BUILD   ?= build
 NATIVE  ?= build-native
@@ -51,7 +52,7 @@ test: build
 
 bench: configure
 	@$(CMAKE_BUILD) --target benches
-	@cmake -S plinth -B $(NATIVE) >/dev/null && env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthBench >/dev/null && $(NATIVE)/PlinthBench
+	@cmake -S plinth -B $(NATIVE) >/dev/null && env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthBench PropertyListBench >/dev/null && $(NATIVE)/PlinthBench && $(NATIVE)/PropertyListBench
 	@$(warm_wine); status=0; for b in $(BUILD)/bin/*Bench.exe; do wine $$b || status=1; done; wineserver -k; exit $$status
 
 install: build
@@ -61,8 +62,14 @@ install: build
 .PHONY: native
 native: setup
 	@cmake -S plinth -B $(NATIVE) >/dev/null
-	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthTests
+	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthTests plist-tool
 	@cd $(NATIVE) && ctest --output-on-failure
 
 clean:
-	rm -rf $(BUILD) $(NATIVE)
+	rm -rf $(BUILD) $(NATIVE) build-fuzz
+
+# The property-list readers under libFuzzer, natively with clang: FUZZ_SECONDS (60) per target,
+# executions and coverage printed; a crash keeps its input in build-fuzz/crashes/.
+.PHONY: fuzz
+fuzz: setup
+	@plinth/fuzz/run-fuzzers $(CURDIR)/build-fuzz

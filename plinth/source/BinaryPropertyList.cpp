@@ -67,6 +67,8 @@ private:
     PLTypeRef ReadString (uint64_t offset, uint64_t count, bool wide);
     PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth);
     bool Shareable (PLTypeRef value) const;
+    bool Push (void const * item);
+    void Pop (std::size_t first);
     PLTypeRef Fail (char const * reason, uint64_t offset)
     {
         fFailure.Fail (reason, offset);
@@ -87,6 +89,9 @@ private:
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
     uint64_t fUnitsCapacity = 0;
+    void const ** fStack = nullptr;   // elements of the containers being read, innermost last
+    std::size_t fStackCount = 0;
+    std::size_t fStackCapacity = 0;
 };
 
 BinaryReader::~BinaryReader ()
@@ -94,6 +99,31 @@ BinaryReader::~BinaryReader ()
     if (fDecoded.Items () != nullptr)
         for (uint64_t i = 0; i < fCount; ++i)
             PLRelease (fDecoded [i]);
+    std::free (fStack);
+}
+
+bool BinaryReader::Push (void const * item)
+{
+    if (fStackCount == fStackCapacity) {
+        std::size_t capacity = fStackCapacity == 0 ? 256 : fStackCapacity * 2;
+        void const ** grown = capacity <= SIZE_MAX / sizeof (void *)
+            ? static_cast<void const **> (std::realloc (fStack, capacity * sizeof (void *))) : nullptr;
+        if (grown == nullptr)
+            return false;
+        fStack = grown;
+        fStackCapacity = capacity;
+    }
+    fStack [fStackCount++] = item;
+    return true;
+}
+
+// Gives back the elements from `first` on: what the cache lent stays, the rest is released.
+void BinaryReader::Pop (std::size_t first)
+{
+    for (std::size_t i = first; i < fStackCount; ++i)
+        if (! Shareable (fStack [i]))
+            PLRelease (fStack [i]);
+    fStackCount = first;
 }
 
 PLTypeRef BinaryReader::Read ()
@@ -102,7 +132,8 @@ PLTypeRef BinaryReader::Read ()
         return nullptr;
     if (! fDecoded.Allocate (fCount) || ! fOnPath.Allocate (fCount))
         return Fail ("out of memory", 0);
-    return ReadObject (fTop, 0);
+    PLTypeRef top = ReadObject (fTop, 0);
+    return top != nullptr && Shareable (top) ? PLRetain (top) : top;
 }
 
 bool BinaryReader::ReadTrailer ()
@@ -151,10 +182,12 @@ bool BinaryReader::CheckOffsetTable ()
     return true;
 }
 
+// The object `index`: lent by the cache when it is shareable, owned by the caller otherwise.
+// Lending saves a retain and a release of every shared element, most of a read's atomic work.
 PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
 {
     if (fDecoded [index] != nullptr)
-        return PLRetain (fDecoded [index]);
+        return fDecoded [index];
     uint64_t offset = 0;
     fInput.Unsigned (fTableStart + index * fOffsetWidth, fOffsetWidth, offset);
     if (fOnPath [index])
@@ -163,7 +196,7 @@ PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
     PLTypeRef value = Decode (index, offset, depth);
     fOnPath [index] = 0;
     if (value != nullptr && Shareable (value))
-        fDecoded [index] = PLRetain (value);
+        fDecoded [index] = value;
     return value;
 }
 
@@ -335,50 +368,52 @@ PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool di
         return Fail ("containers nested too deeply", payload);
     if (! CheckedAdd (fPlaced, references, fPlaced) || fPlaced > fInput.Size ())
         return Fail ("shared objects expand beyond the input's size", payload);
-    Scratch<void const *> items;
-    if (! items.Allocate (references))
-        return Fail ("out of memory", payload);
-    uint64_t made = 0;
+    std::size_t first = fStackCount;
     bool valid = true;
-    for (; made < references && valid; ++made) {
+    for (uint64_t made = 0; made < references && valid; ++made) {
         uint64_t reference = 0;
         fObjects.Unsigned (payload + made * fReferenceWidth, fReferenceWidth, reference);
         if (reference >= fCount) {
-            valid = Fail ("reference outside the object count", payload + made * fReferenceWidth);
+            valid = fFailure.Fail ("reference outside the object count", payload + made * fReferenceWidth);
             break;
         }
-        items [made] = ReadObject (reference, depth + 1);
-        valid = items [made] != nullptr;
-        if (valid && dictionary && made < count && PLGetTypeID (items [made]) != kStringType)
-            valid = Fail ("dictionary key is not a string", payload + made * fReferenceWidth);
+        PLTypeRef item = ReadObject (reference, depth + 1);
+        if (item == nullptr || ! Push (item)) {
+            if (item != nullptr && ! Shareable (item))
+                PLRelease (item);
+            valid = item != nullptr && fFailure.Fail ("out of memory", payload);
+            break;
+        }
+        if (dictionary && made < count && PLGetTypeID (item) != kStringType)
+            valid = fFailure.Fail ("dictionary key is not a string", payload + made * fReferenceWidth);
     }
     PLTypeRef result = nullptr;
     if (valid) {
+        void const ** items = fStack + first;
         PLAllocatorRef allocator = fOptions.fAllocator;
         PLIndex n = PLIndex (count);
         if (dictionary && fOptions.fMutableContainers) {
             PLMutableDictionaryRef d = PLDictionaryCreateMutable (allocator, n, &kPLTypeDictionaryKeyCallBacks,
                 &kPLTypeDictionaryValueCallBacks);
             for (PLIndex i = 0; i < n && d != nullptr; ++i)
-                PLDictionarySetValue (d, items [uint64_t (i)], items [uint64_t (i) + count]);
+                PLDictionarySetValue (d, items [i], items [uint64_t (i) + count]);
             result = d;
         }
         else if (dictionary)
-            result = PLDictionaryCreate (allocator, items.Items (), items.Items () + count, n,
-                &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
+            result = PLDictionaryCreate (allocator, items, items + count, n, &kPLTypeDictionaryKeyCallBacks,
+                &kPLTypeDictionaryValueCallBacks);
         else if (fOptions.fMutableContainers) {
             PLMutableArrayRef a = PLArrayCreateMutable (allocator, n, &kPLTypeArrayCallBacks);
             for (PLIndex i = 0; i < n && a != nullptr; ++i)
-                PLArrayAppendValue (a, items [uint64_t (i)]);
+                PLArrayAppendValue (a, items [i]);
             result = a;
         }
         else
-            result = PLArrayCreate (allocator, items.Items (), n, &kPLTypeArrayCallBacks);
+            result = PLArrayCreate (allocator, items, n, &kPLTypeArrayCallBacks);
         if (result == nullptr)
             Fail ("out of memory", payload);
     }
-    for (uint64_t i = 0; i < made; ++i)
-        PLRelease (items [i]);
+    Pop (first);
     return result;
 }
 

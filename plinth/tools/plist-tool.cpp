@@ -201,9 +201,13 @@ void Print (PLTypeRef value, int depth)
         std::printf ("%s>\n", length > 32 ? " ..." : "");
     }
     else {
-        // Numbers, booleans and dates describe themselves.
+        // Numbers, booleans and dates describe themselves; a whole real keeps a ".0".
         Owned<PLStringRef> description (PLCopyDescription (value));
-        std::printf ("%s\n", UTF8 (description.Get ()).c_str ());
+        std::string text = UTF8 (description.Get ());
+        if (type == PLNumberGetTypeID () && PLNumberIsFloatType (static_cast<PLNumberRef> (value))
+            && text.find_first_of (".eni") == std::string::npos)
+            text += ".0";
+        std::printf ("%s\n", text.c_str ());
     }
 }
 
