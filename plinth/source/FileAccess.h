@@ -21,6 +21,11 @@ bool PlatformWriteFile (PlatformFile * file, uint8_t const * buffer, PLIndex len
 // True when the file closed cleanly (everything written reached it).
 bool PlatformCloseFile (PlatformFile * file);
 
+#ifdef _WIN32
+// A terminated copy of a string's units, freed by the caller (PlatformWindows.cpp).
+wchar_t * CopyTerminated (PLStringRef string);
+#endif
+
 }
 
 #endif

@@ -15,12 +15,9 @@ PLURLPathStyle PlatformPathStyle () { return kPLURLWindowsPathStyle; }
 
 PlatformFile * PlatformOpenFile (PLStringRef path, bool forWriting)
 {
-    PLIndex length = PLStringGetLength (path);
-    wchar_t * name = static_cast<wchar_t *> (std::malloc ((std::size_t (length) + 1) * sizeof (wchar_t)));
+    wchar_t * name = CopyTerminated (path);
     if (name == nullptr)
         return nullptr;
-    PLStringGetCharacters (path, PLRangeMake (0, length), reinterpret_cast<PLUniChar *> (name));
-    name [length] = 0;
     HANDLE handle = forWriting
         ? ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)
         : ::CreateFileW (name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,

@@ -138,6 +138,12 @@ private:
     bool fFailed = false;
 };
 
+// The proleptic Gregorian date and time of day of whole seconds since 1970-01-01 UTC (Number.cpp).
+struct CivilTime {
+    int64_t fYear, fMonth, fDay, fHour, fMinute, fSecond;
+};
+CivilTime CivilFromSeconds (int64_t seconds);
+
 // Decoding and encoding (Encoding.cpp).
 bool IsKnownEncoding (PLStringEncoding encoding);
 

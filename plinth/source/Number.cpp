@@ -132,21 +132,10 @@ PLStringRef DescribeDate (Object const * object)
         std::snprintf (text, sizeof text, "%g", time);
         return MakeStringFromASCII (text);
     }
-    int64_t seconds = int64_t (std::floor (time)) + 978307200;   // from 1970
-    int64_t days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
-    int64_t ofDay = seconds - days * 86400;
-    int64_t z = days + 719468;
-    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    int64_t dayOfEra = z - era * 146097;
-    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    int64_t mp = (5 * dayOfYear + 2) / 153;
-    int64_t day = dayOfYear - (153 * mp + 2) / 5 + 1;
-    int64_t month = mp < 10 ? mp + 3 : mp - 9;
-    int64_t year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
-    std::snprintf (text, sizeof text, "%04lld-%02lld-%02lld %02lld:%02lld:%02lld +0000", (long long) year,
-        (long long) month, (long long) day, (long long) (ofDay / 3600), (long long) (ofDay / 60 % 60),
-        (long long) (ofDay % 60));
+    CivilTime civil = CivilFromSeconds (int64_t (std::floor (time)) + 978307200);   // from 1970
+    std::snprintf (text, sizeof text, "%04lld-%02lld-%02lld %02lld:%02lld:%02lld +0000", (long long) civil.fYear,
+        (long long) civil.fMonth, (long long) civil.fDay, (long long) civil.fHour, (long long) civil.fMinute,
+        (long long) civil.fSecond);
     return MakeStringFromASCII (text);
 }
 
@@ -155,6 +144,30 @@ Class const kDateClass = { kDateType, "PLDate", nullptr, EqualDates, HashDate, D
 __PLNumber const * AsNumber (void const * object) { return As<__PLNumber const> (object, kNumberType); }
 
 PLBoolean GetUnsignedValue (__PLNumber const * n, PLNumberType type, void * value);
+
+}
+
+namespace Plinth {
+
+CivilTime CivilFromSeconds (int64_t seconds)
+{
+    int64_t days = seconds >= 0 ? seconds / 86400 : -((-seconds + 86399) / 86400);
+    int64_t ofDay = seconds - days * 86400;
+    int64_t z = days + 719468;
+    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    int64_t dayOfEra = z - era * 146097;
+    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    int64_t mp = (5 * dayOfYear + 2) / 153;
+    CivilTime civil;
+    civil.fDay = dayOfYear - (153 * mp + 2) / 5 + 1;
+    civil.fMonth = mp < 10 ? mp + 3 : mp - 9;
+    civil.fYear = yearOfEra + era * 400 + (civil.fMonth <= 2 ? 1 : 0);
+    civil.fHour = ofDay / 3600;
+    civil.fMinute = ofDay / 60 % 60;
+    civil.fSecond = ofDay % 60;
+    return civil;
+}
 
 }
 

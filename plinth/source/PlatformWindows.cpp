@@ -10,9 +10,9 @@
 
 using namespace Plinth;
 
-namespace {
+namespace Plinth {
 
-// A terminated copy of a string's units, freed by the caller.
+// A terminated copy of a string's units, freed by the caller (also for the streams' files).
 wchar_t * CopyTerminated (PLStringRef string)
 {
     PLIndex length = PLStringGetLength (string);
@@ -23,6 +23,10 @@ wchar_t * CopyTerminated (PLStringRef string)
     text [length] = 0;
     return text;
 }
+
+}
+
+namespace {
 
 PLStringRef CopyVariable (wchar_t const * name)
 {

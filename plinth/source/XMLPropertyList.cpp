@@ -75,7 +75,7 @@ void AppendUTF8 (ByteWriter & out, uint32_t c)
 
 char const kBase64 [] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Days from 0001-01-01 to the civil date (proleptic Gregorian), and back.
+// Days from 0001-01-01 to the civil date (proleptic Gregorian).
 int64_t DaysFromCivil (int64_t year, int64_t month, int64_t day)
 {
     year -= month <= 2;
@@ -84,19 +84,6 @@ int64_t DaysFromCivil (int64_t year, int64_t month, int64_t day)
     int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
     int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
     return era * 146097 + dayOfEra - 306;   // 0 is 0001-01-01
-}
-
-void CivilFromDays (int64_t days, int64_t & year, int64_t & month, int64_t & day)
-{
-    int64_t z = days + 306;
-    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    int64_t dayOfEra = z - era * 146097;
-    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    int64_t mp = (5 * dayOfYear + 2) / 153;
-    day = dayOfYear - (153 * mp + 2) / 5 + 1;
-    month = mp < 10 ? mp + 3 : mp - 9;
-    year = yearOfEra + era * 400 + (month <= 2);
 }
 
 // Days from 0001-01-01 to 2001-01-01.
@@ -285,13 +272,10 @@ bool XMLWriter::Date (double time)
     double whole = std::floor (time);
     if (std::round ((time - whole) * 1e6) >= 1e6)
         whole += 1;
-    int64_t seconds = int64_t (whole) + kReferenceDay * 86400;
-    int64_t year, month, day;
-    CivilFromDays (seconds / 86400, year, month, day);
-    int64_t ofDay = seconds % 86400;
+    CivilTime civil = CivilFromSeconds (int64_t (whole) + int64_t (kPLAbsoluteTimeIntervalSince1970));
     char text [96];
-    std::snprintf (text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", int (year), int (month), int (day),
-        int (ofDay / 3600), int (ofDay / 60 % 60), int (ofDay % 60));
+    std::snprintf (text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", int (civil.fYear), int (civil.fMonth),
+        int (civil.fDay), int (civil.fHour), int (civil.fMinute), int (civil.fSecond));
     fOut.Append (text);
     return true;
 }
