@@ -76,18 +76,6 @@ __attribute__ ((noinline)) void LibraryCapture ()
     sSink = sSink + unsigned (trace.size ());
 }
 
-// Runs `body` with at least `depth` frames below it, so that a capture finds 60 frames to take.
-template <typename Body>
-__attribute__ ((noinline)) void AtDepth (int depth, Body body)
-{
-    if (depth > 0) {
-        AtDepth (depth - 1, body);
-        asm volatile ("" ::: "memory");
-    }
-    else
-        body ();
-}
-
 }
 
 int main ()
@@ -99,7 +87,7 @@ int main ()
 
     SkerryBench::Header ("Error model, 70 frames deep");
     double bare = 0, raw = 0, thrown = 0, captured = 0, logged = 0, owned = 0;
-    AtDepth (70, [&] {
+    SkerryBench::AtDepth (70, [&] {
         bare = SkerryBench::Median (BareThrow);
         raw = SkerryBench::Median (RawCapture);
         thrown = SkerryBench::Median (LibraryThrow);

@@ -52,6 +52,19 @@ double Median (Operation operation, const Options & options = Options ())
     return perOperation [perOperation.size () / 2];
 }
 
+// Runs `body` with at least `depth` frames of this function below it: stack captures and traces
+// then find as many frames as they take at most.
+template <typename Body>
+__attribute__ ((noinline)) void AtDepth (int depth, Body body)
+{
+    if (depth > 0) {
+        AtDepth (depth - 1, body);
+        asm volatile ("" ::: "memory");    // keeps the recursion a real call, not a loop
+    }
+    else
+        body ();
+}
+
 inline void Header (const char * title)
 {
     std::printf ("\n%s\n%-52s %12s %12s %8s %8s\n", title, "case", "library ns", "baseline ns", "ratio", "target");

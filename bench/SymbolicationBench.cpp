@@ -14,18 +14,6 @@ namespace {
 
 volatile unsigned sSink;
 
-// A trace of at least 20 frames of this program.
-template <typename Body>
-__attribute__ ((noinline)) void AtDepth (int depth, Body body)
-{
-    if (depth > 0) {
-        AtDepth (depth - 1, body);
-        asm volatile ("" ::: "memory");
-    }
-    else
-        body ();
-}
-
 // What Symbolicate asks debug-help for each frame: the module record and the symbol.
 void RawLookups (HANDLE process, const std::vector<void *> & addresses)
 {
@@ -48,7 +36,7 @@ void RawLookups (HANDLE process, const std::vector<void *> & addresses)
 int main ()
 {
     Skerry::StackTrace trace;
-    AtDepth (25, [&] { trace = Skerry::StackTrace (); });
+    SkerryBench::AtDepth (25, [&] { trace = Skerry::StackTrace (); });
     trace.resize (20);
 
     LARGE_INTEGER frequency, start, stop;
