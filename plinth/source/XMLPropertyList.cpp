@@ -796,9 +796,10 @@ PLTypeRef XMLReader::MakeDate ()
         }
         return true;
     };
-    int year, month, day, hour = 0, minute = 0, second = 0;
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
     std::size_t at = 10;
-    bool valid = field (0, 4, year) && p [4] == '-' && field (5, 2, month) && p [7] == '-' && field (8, 2, day);
+    bool valid = length >= 11 && field (0, 4, year) && p [4] == '-' && field (5, 2, month) && p [7] == '-'
+        && field (8, 2, day);
     if (valid && at < length && p [at] == 'T') {
         valid = field (at + 1, 2, hour);
         at += 3;

@@ -128,6 +128,25 @@ TEST (PropertyListCorpus, ValuesAreThoseThatPlistlibWrote)
     EXPECT_EQ (PLDateGetAbsoluteTime (static_cast<PLDateRef> (first.Get ())), -63113904000.0);
 }
 
+TEST (PropertyListCorpus, XMLInUTF16AndLatin1ReadsAsInUTF8)
+{
+    NoLeaks noLeaks;
+    std::string utf8 = "<?xml version=\"1.0\"?><plist><string>Gr\xC3\xBC\xC3\x9F\xC3\xA9 \xF0\x9F\x98\x80</string></plist>";
+    Owned<PLTypeRef> expected (Read (utf8, 0));
+    ASSERT_NE (expected.Get (), nullptr);
+    // UTF-16LE with its mark: every character as its units, the emoji as a surrogate pair.
+    Owned<PLStringRef> text (CreateString (utf8.c_str ()));
+    std::u16string units = Units (text);
+    std::string utf16 = "\xFF\xFE";
+    for (char16_t unit : units)
+        utf16 += std::string { char (unit & 0xFF), char (unit >> 8) };
+    Owned<PLTypeRef> fromUTF16 (Read (utf16, 0));
+    EXPECT_TRUE (PLEqual (fromUTF16, expected));
+    std::string latin1 = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist><string>Gr\xFC\xDF\xE9</string></plist>";
+    Owned<PLTypeRef> fromLatin1 (Read (latin1, 0));
+    EXPECT_EQ (Units (static_cast<PLStringRef> (fromLatin1.Get ())), u"Gr\u00FC\u00DF\u00E9");
+}
+
 TEST (PropertyListHardening, EveryHostileInputFailsWithItsReasonAndLeavesNothing)
 {
     std::vector<std::string> lines = Lines (DataPath ("hostile/index.txt"));
