@@ -943,16 +943,23 @@ PLTypeRef XMLReader::Container (Tag const & tag, int depth)
     void const ** items = fStack + first;
     PLTypeRef result;
     PLAllocatorRef allocator = fOptions.fAllocator;
-    if (dictionary) {
+    if (dictionary && fOptions.fMutableContainers) {
         PLMutableDictionaryRef d = PLDictionaryCreateMutable (allocator, PLIndex (count / 2),
             &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
         for (std::size_t i = 0; d != nullptr && i < count; i += 2)
             PLDictionarySetValue (d, items [i], items [i + 1]);
         result = d;
-        if (d != nullptr && ! fOptions.fMutableContainers) {
-            result = PLDictionaryCreateCopy (allocator, d);
-            PLRelease (d);
+    }
+    else if (dictionary) {
+        // Keys and values were read in turn; the creation takes them apart.
+        void const ** split = static_cast<void const **> (std::malloc ((count + 1) * sizeof (void *)));
+        for (std::size_t i = 0; split != nullptr && i < count; i += 2) {
+            split [i / 2] = items [i];
+            split [count / 2 + i / 2] = items [i + 1];
         }
+        result = split == nullptr ? nullptr : PLDictionaryCreate (allocator, split, split + count / 2,
+            PLIndex (count / 2), &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
+        std::free (split);
     }
     else if (fOptions.fMutableContainers) {
         PLMutableArrayRef a = PLArrayCreateMutable (allocator, PLIndex (count), &kPLTypeArrayCallBacks);
