@@ -4,8 +4,8 @@
 // PLPreferencesAppSynchronize merges them into the file. Nothing is cached beyond those pending
 // changes, so that after a synchronisation no object stays held.
 //
-// The file holds the magic "PLPREFS1" and one dictionary in the store form of Store.h.
-#include "Store.h"
+// The file is a binary property list whose top object is a dictionary with string keys.
+#include "PropertyList.h"
 
 #include <cstdlib>
 
@@ -21,9 +21,6 @@ struct Pending {
 SpinLock sLock;
 // Application name -> Pending *, both made on first use and kept for the life of the process.
 PLMutableDictionaryRef sPending = nullptr;
-
-char const kMagic [] = "PLPREFS1";
-std::size_t const kMagicSize = 8;
 
 // Process-wide bookkeeping is immortal, so that it doesn't count among the caller's live objects.
 template <typename T>
@@ -75,8 +72,7 @@ PLStringRef CopyFilePath (PLStringRef directory, PLStringRef name)
 }
 
 // The values stored for `name`: an empty dictionary when there is no file, an empty one or no
-// directory; null
-// when the file exists but isn't in the store form.
+// directory; null when the file exists but isn't a property list with a dictionary on top.
 PLMutableDictionaryRef CopyStoredValues (PLStringRef name)
 {
     PLStringRef directory = CopyDirectory ();
@@ -90,16 +86,33 @@ PLMutableDictionaryRef CopyStoredValues (PLStringRef name)
             &kPLTypeDictionaryValueCallBacks);
     }
     PLMutableDictionaryRef values = nullptr;
-    uint8_t const * bytes = PLDataGetBytePtr (contents);
-    std::size_t size = std::size_t (PLDataGetLength (contents));
-    if (size >= kMagicSize && std::memcmp (bytes, kMagic, kMagicSize) == 0) {
-        PLTypeRef root = StoreRead (bytes + kMagicSize, size - kMagicSize);
-        if (PLGetTypeID (root) == PLDictionaryGetTypeID ())
-            values = PLDictionaryCreateMutableCopy (kPLAllocatorDefault, 0, static_cast<PLDictionaryRef> (root));
-        PLRelease (root);
-    }
+    ReadOptions options {kPLAllocatorDefault, false, false};
+    ParseFailure failure;
+    PLTypeRef root = ReadBinaryPropertyList (PLDataGetBytePtr (contents), std::size_t (PLDataGetLength (contents)),
+        options, failure);
+    if (root != nullptr && PLGetTypeID (root) == PLDictionaryGetTypeID ())
+        values = PLDictionaryCreateMutableCopy (kPLAllocatorDefault, 0, static_cast<PLDictionaryRef> (root));
+    PLRelease (root);
     PLRelease (contents);
     return values;
+}
+
+// The file's contents for `values`, or null when something in them has no property-list form.
+PLDataRef CreateFileContents (PLTypeRef values)
+{
+    ByteWriter out;
+    ParseFailure failure;
+    if (! WriteBinaryPropertyList (out, values, BinaryWidths (), failure) || out.Failed ())
+        return nullptr;
+    return PLDataCreate (kPLAllocatorDefault, out.Bytes (), PLIndex (out.Size ()));
+}
+
+// What a preference may hold: what a property list can carry.
+bool CanBeStored (PLTypeRef value)
+{
+    PLDataRef contents = CreateFileContents (value);
+    PLRelease (contents);
+    return contents != nullptr;
 }
 
 Pending * FindPending (PLStringRef name, bool create)
@@ -166,7 +179,7 @@ PLTypeRef PLPreferencesCopyAppValue (PLStringRef key, PLStringRef applicationID)
 
 void PLPreferencesSetAppValue (PLStringRef key, PLTypeRef value, PLStringRef applicationID)
 {
-    if (! IsKind (key, kStringType) || (value != nullptr && ! StoreCanHold (value)))
+    if (! IsKind (key, kStringType) || (value != nullptr && ! CanBeStored (value)))
         return;
     PLStringRef name = CopyApplicationName (applicationID);
     if (name == nullptr)
@@ -217,10 +230,9 @@ PLBoolean PLPreferencesAppSynchronize (PLStringRef applicationID)
             for (PLIndex i = 0; i < count; ++i)
                 PLDictionarySetValue (values, keys [i], keys [count + i]);
             std::free (keys);
-            PLMutableDataRef contents = PLDataCreateMutable (kPLAllocatorDefault, 0);
-            PLDataAppendBytes (contents, reinterpret_cast<uint8_t const *> (kMagic), PLIndex (kMagicSize));
+            PLDataRef contents = CreateFileContents (values);
             PLStringRef path = CopyFilePath (directory, name);
-            done = StoreWrite (contents, values) && path != nullptr && PlatformReplaceFile (directory, path, contents);
+            done = contents != nullptr && path != nullptr && PlatformReplaceFile (directory, path, contents);
             PLRelease (path);
             PLRelease (contents);
         }

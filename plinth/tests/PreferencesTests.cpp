@@ -38,7 +38,7 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
     EXPECT_EQ (PLGetRetainCount (path), 1);
-    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthPreferencesTest.plist")).substr (0, 8), "PLPREFS1");
+    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthPreferencesTest.plist")).substr (0, 8), "bplist00");
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
 
     // Another writer's keys stay when this process synchronizes its own change.
@@ -85,7 +85,7 @@ TEST (Preferences, TheCurrentApplicationIsTheExecutableName)
     PLPreferencesSetAppValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("srv*c:\\sym"),
         kPLPreferencesCurrentApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kPLPreferencesCurrentApplication));
-    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthTests.plist")).substr (0, 8), "PLPREFS1");
+    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthTests.plist")).substr (0, 8), "bplist00");
     EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("PlinthTests")), "srv*c:\\sym");
     EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), kPLPreferencesCurrentApplication), "srv*c:\\sym");
 }
@@ -107,7 +107,7 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
 
     // A file that isn't in the stored form reads as no values, and isn't overwritten by a read.
     std::string file = scratch.File ("PlinthPreferencesTest.plist");
-    ScratchPreferences::WriteFile (file, std::string ("PLPREFS1K\x05\x00\x00\x00", 13));
+    ScratchPreferences::WriteFile (file, std::string ("bplist00\xD5\x05\x00\x00\x00", 13));
     EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
     EXPECT_EQ (ScratchPreferences::ReadFile (file).size (), 13u);
     PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
@@ -136,7 +136,7 @@ TEST (Preferences, WithoutRedirectionTheyLiveInTheUsersApplicationData)
 #endif
     PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    EXPECT_EQ (ScratchPreferences::ReadFile (expected).substr (0, 8), "PLPREFS1");
+    EXPECT_EQ (ScratchPreferences::ReadFile (expected).substr (0, 8), "bplist00");
     std::remove (expected.c_str ());
 #ifdef _WIN32
     ::SetEnvironmentVariableA ("APPDATA", had ? previous : nullptr);
