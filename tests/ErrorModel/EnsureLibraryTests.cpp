@@ -4,6 +4,7 @@
 
 #include "Expect.h"
 #include "Interposer.h"
+#include "Rendezvous.h"
 
 #include <gtest/gtest.h>
 
@@ -59,13 +60,10 @@ TEST (EnsureLibrary, RacingThreadsShareOneModule)
     // and gives its reference back.
     SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
     SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
-    HANDLE bothInside = ::CreateSemaphoreW (nullptr, 0, 2, nullptr);
-    LONG inside = 0;
+    SkerryTest::Rendezvous bothInside (2);
     load.Replace ([&] (LPCWSTR name) {
         HMODULE module = load.Original (name);
-        if (::InterlockedIncrement (&inside) == 2)
-            ::ReleaseSemaphore (bothInside, 2, nullptr);
-        ::WaitForSingleObject (bothInside, 10000);
+        bothInside.Arrive ();
         return module;
     });
     void * slot = nullptr;
@@ -74,7 +72,6 @@ TEST (EnsureLibrary, RacingThreadsShareOneModule)
     std::thread b ([&] { results [1] = EnsureLibrary (L"msimg32", slot); });
     a.join ();
     b.join ();
-    ::CloseHandle (bothInside);
     EXPECT_NE (results [0], nullptr);
     EXPECT_EQ (results [0], results [1]);
     EXPECT_EQ (results [0], slot);

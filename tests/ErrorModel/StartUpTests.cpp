@@ -8,6 +8,7 @@
 #include "ChildProcess.h"
 #include "Expect.h"
 #include "Interposer.h"
+#include "Rendezvous.h"
 
 #include <gtest/gtest.h>
 
@@ -157,13 +158,10 @@ TEST (InChild, SingletonRace)
     // with its process handle, and both threads get their text.
     SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
     SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
-    HANDLE bothBuilt = ::CreateSemaphoreW (nullptr, 0, 2, nullptr);
-    LONG built = 0;
+    SkerryTest::Rendezvous bothBuilt (2);
     duplicate.Replace ([&] (HANDLE p, HANDLE h, HANDLE t, LPHANDLE out, DWORD a, BOOL i, DWORD o) {
         BOOL result = duplicate.Original (p, h, t, out, a, i, o);
-        if (::InterlockedIncrement (&built) == 2)
-            ::ReleaseSemaphore (bothBuilt, 2, nullptr);
-        ::WaitForSingleObject (bothBuilt, 10000);
+        bothBuilt.Arrive ();
         return result;
     });
     std::string texts [2];
@@ -175,7 +173,6 @@ TEST (InChild, SingletonRace)
     ASSERT_EQ (close.Calls (), 1u);
     EXPECT_EQ (texts [0], texts [1]);
     EXPECT_EQ (texts [0].find ("ErrorModelTests.exe"), 0u);
-    ::CloseHandle (bothBuilt);
 }
 
 TEST (Symbolicate, StartUp)
