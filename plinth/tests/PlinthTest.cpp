@@ -32,16 +32,6 @@ std::u16string Units (PLStringRef string)
     return units;
 }
 
-std::string UTF8 (PLStringRef string)
-{
-    PLIndex size = 0;
-    PLRange all = PLRangeMake (0, PLStringGetLength (string));
-    PLStringGetBytes (string, all, kPLStringEncodingUTF8, '?', false, nullptr, 0, &size);
-    std::string text (std::size_t (size), '\0');
-    PLStringGetBytes (string, all, kPLStringEncodingUTF8, '?', false, reinterpret_cast<uint8_t *> (&text [0]), size, &size);
-    return text;
-}
-
 ScratchPreferences::ScratchPreferences ()
 {
 #ifdef _WIN32

@@ -5,6 +5,7 @@
 #define PLINTH_TEST_H
 
 #include <Plinth/Plinth.h>
+#include <Plinth/PlinthCXX.h>
 
 #include <gtest/gtest.h>
 
@@ -12,25 +13,13 @@
 
 namespace PlinthTest {
 
-// Releases its reference at the end of the scope.
-template <typename T>
-class Owned {
-public:
-    explicit Owned (T object = nullptr) : fObject (object) {}
-    ~Owned () { PLRelease (fObject); }
-    Owned (Owned const &) = delete;
-    Owned & operator = (Owned const &) = delete;
-    T Get () const { return fObject; }
-    operator T () const { return fObject; }
-private:
-    T fObject;
-};
+using PlinthCXX::Owned;
+using PlinthCXX::UTF8;
 
 // An owned string of UTF-8 text (u8"..." literals) or of UTF-16 units.
 PLStringRef CreateString (char const * utf8);
 PLStringRef CreateString (std::u16string const & units);
 std::u16string Units (PLStringRef string);
-std::string UTF8 (PLStringRef string);
 
 // Fails the test when the live-object count differs from that at construction.
 class NoLeaks {

@@ -7,6 +7,7 @@
 // Every failure is one line on standard error (standard output for -lint), and the exit status
 // is 1 when anything failed, 2 for a wrong command line.
 #include <Plinth/Plinth.h>
+#include <Plinth/PlinthCXX.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -22,29 +23,8 @@
 
 namespace {
 
-// Releases its reference at the end of the scope.
-template <typename T>
-class Owned {
-public:
-    explicit Owned (T object = nullptr) : fObject (object) {}
-    ~Owned () { PLRelease (fObject); }
-    Owned (Owned const &) = delete;
-    Owned & operator = (Owned const &) = delete;
-    T Get () const { return fObject; }
-    T * Out () { return &fObject; }
-private:
-    T fObject;
-};
-
-std::string UTF8 (PLStringRef string)
-{
-    PLIndex size = 0;
-    PLRange all = PLRangeMake (0, PLStringGetLength (string));
-    PLStringGetBytes (string, all, kPLStringEncodingUTF8, '?', false, nullptr, 0, &size);
-    std::string text (std::size_t (size), '\0');
-    PLStringGetBytes (string, all, kPLStringEncodingUTF8, '?', false, reinterpret_cast<uint8_t *> (&text [0]), size, &size);
-    return text;
-}
+using PlinthCXX::Owned;
+using PlinthCXX::UTF8;
 
 // A command-line argument: UTF-8 (POSIX) or UTF-16 (Windows) units.
 struct Argument {
