@@ -12,6 +12,13 @@ NATIVE  ?= build-native
 PREFIX  ?= $(CURDIR)/install
 JOBS    ?= $(shell nproc)
 
+# A host that can't run 32-bit programs (some virtual machines run 64-bit code only) runs Wine in
+# an emulated test machine: the wine, wineserver and wineboot of scripts/test-machine/bin stand in
+# for Wine's own, with the same paths, environment, output and exit status.
+ifeq ($(shell scripts/test-machine/needed && echo yes),yes)
+export PATH := $(CURDIR)/scripts/test-machine/bin:$(PATH)
+endif
+
 export WINEPREFIX := $(CURDIR)/$(BUILD)/wineprefix
 export SKERRY_WINEPREFIX := $(WINEPREFIX)
 export WINEARCH := win32
