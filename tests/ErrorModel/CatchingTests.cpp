@@ -152,7 +152,7 @@ TEST (Catching, EmptyTraceAndIndependentCopies)
 TEST (Catching, ThreadsDescribeAtTheSameTime)
 {
     SkerryTest::ScopedJotLog log;
-    const int kThreads = 8, kRounds = 1000;
+    const int kThreads = 8, kRounds = 100;
     std::atomic<int> bad {0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)

@@ -38,7 +38,7 @@ TEST (Guard, HandlersMayThrowAgain)
 
 TEST (Guard, ThreadsThrowIndependently)
 {
-    const int kThreads = 8, kThrows = 10000;
+    const int kThreads = 8, kThrows = 1000;
     std::vector<std::thread> threads;
     std::atomic<int> caught {0}, wrong {0};
     static const char * const kNames [kThreads] = {"T0", "T1", "T2", "T3", "T4", "T5", "T6", "T7"};
