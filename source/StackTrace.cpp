@@ -87,6 +87,9 @@ const DWORD kSymbolOptions = 0x80000A04;    // debug, absolute symbols, fail cri
 const DWORD kModuleRecordSize = 1672;       // the record size every version of debug-help accepts
 const DWORD kSymbolRecordSize = 88;
 const DWORD kMaximumSymbolName = 1024;
+// What a line holds besides its module column: " 0x", eight digits, a blank, a symbol with its
+// offset (room for a typical qualified name) and the newline.
+const std::size_t kTypicalLineTail = 80;
 
 class CriticalSection {
 public:
@@ -343,8 +346,10 @@ std::string StackTrace::Symbolicate () const
         singleton.fInitialized = true;
     }
 
-    // Module names first, so that the column width is known before the first line is printed.
+    // Module names first, so that the column width is known before the first line is made; the
+    // module of index i is entry size () - i - 1.
     std::vector<std::string> modules;
+    modules.reserve (size ());
     std::size_t longestModule = 0;
     for (std::size_t i = size (); i-- > 0;) {
         modules.push_back (SymbolicateModule ((*this) [i], singleton.fProcess));
@@ -357,23 +362,17 @@ std::string StackTrace::Symbolicate () const
     SKERRY_ASSERT (int (longestModule) == longestModule);
 #pragma GCC diagnostic pop
 
-    std::vector<std::string> frames;
-    std::size_t total = 0;
-    for (std::size_t i = size (); i-- > 0;) {
+    // Then one forward pass, index 0 first, each line appended to the text as it is made. The
+    // reservation holds a line of an average symbol name without a second allocation.
+    std::string text;
+    text.reserve (size () * (longestModule + kTypicalLineTail));
+    for (std::size_t i = 0; i < size (); ++i) {
         std::string symbol = SymbolicateFrame ((*this) [i], singleton.fProcess);
         FormattedStringTemplate<char> line ("%*s 0x%p %s\n", int (longestModule),
             modules [size () - i - 1].c_str (), (*this) [i], symbol.c_str ());
-        frames.emplace_back (line.fBuffer, line.fCount);
-        total += line.fCount;
+        text.append (line.fBuffer, line.fCount);
     }
-    SKERRY_ASSERT (frames.size ( ) == (*this).size ( ));
-
-    // One exact buffer for the whole text, index 0 first.
-    ArrayBuffer<char> text (total);
-    char * cursor = text;
-    for (std::size_t i = frames.size (); i-- > 0;)
-        cursor = std::copy (frames [i].begin (), frames [i].end (), cursor);
-    return std::string (text, total);
+    return text;
 }
 
 }
