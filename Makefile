@@ -1,7 +1,9 @@
 # The commands of the project. Each runs scripts/setup first, which installs what is missing and
 # prints nothing when all is there.
 #   make demo      build, then run the main job (examples/Demo) under Wine
-#   make test      build everything, run the whole suite under Wine with CTest
+#   make test      build everything, run the whole suite under Wine with CTest (and the static
+#                  analysis, scripts/tidy, as its test StaticAnalysis)
+#   make tidy      the static analysis alone: clang-tidy over the library's sources
 #   make bench     build and run the benchmarks under Wine
 #   make install PREFIX=dir   install headers, DLLs, import libraries and the CMake package
 #   make native    build Plinth's portable core with the host compiler and run its tests natively
@@ -27,7 +29,7 @@ export WINEDEBUG := -all
 export LANG := C.UTF-8
 export LC_ALL := C.UTF-8
 
-.PHONY: setup configure build quiet-build demo test bench install clean
+.PHONY: setup configure build quiet-build demo test tidy bench install clean
 
 setup:
 	@scripts/setup
@@ -56,6 +58,10 @@ demo: quiet-build
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
+
+# clang-tidy reads the commands of the configured build: no compiling needed first.
+tidy: configure
+	@scripts/tidy $(BUILD)
 
 bench: configure
 	@$(CMAKE_BUILD) --target benches

@@ -54,10 +54,12 @@ PLStringRef PlatformCopyExecutableName ()
 
 PLStringRef PlatformCopyPreferencesDirectory ()
 {
+    // NOLINTBEGIN(concurrency-mt-unsafe): getenv races only with a setenv, and Plinth sets no variable
     char const * redirected = std::getenv ("PLINTH_PREFERENCES_DIRECTORY");
     if (redirected != nullptr && *redirected != 0)
         return PLStringCreateWithCString (kPLAllocatorDefault, redirected, kPLStringEncodingUTF8);
     char const * home = std::getenv ("HOME");
+    // NOLINTEND(concurrency-mt-unsafe)
     if (home == nullptr || *home == 0)
         return nullptr;
     UnitBuffer path;

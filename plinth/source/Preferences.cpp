@@ -186,6 +186,8 @@ void PLPreferencesSetAppValue (PLStringRef key, PLTypeRef value, PLStringRef app
         return;
     {
         Locked locked (sLock);
+        // NOLINTBEGIN(clang-analyzer-unix.Malloc): FindPending keeps a new record in sPending for good; the
+        // analyser takes a pointer handed on as a dictionary's void const * value for one that stays here
         if (Pending * pending = FindPending (name, true)) {
             if (value == nullptr) {
                 PLDictionaryRemoveValue (pending->fChanges, key);
@@ -196,6 +198,7 @@ void PLPreferencesSetAppValue (PLStringRef key, PLTypeRef value, PLStringRef app
                 PLDictionarySetValue (pending->fChanges, key, value);
             }
         }
+        // NOLINTEND(clang-analyzer-unix.Malloc)
     }
     PLRelease (name);
 }

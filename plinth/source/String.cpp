@@ -271,7 +271,8 @@ PLStringRef __PLStringMakeConstantString (char const * text)
                 return sConstants [slot].fString;
     if ((sConstantsCount + 1) * 2 > sConstantsCapacity && ! GrowConstants ())
         return nullptr;
-    char * copy = static_cast<char *> (std::malloc (std::strlen (text) + 1));
+    std::size_t size = std::strlen (text) + 1;
+    char * copy = static_cast<char *> (std::malloc (size));
     if (copy == nullptr)
         return nullptr;
     PLStringRef string = MakeImmortal (text);
@@ -279,7 +280,7 @@ PLStringRef __PLStringMakeConstantString (char const * text)
         std::free (copy);
         return nullptr;
     }
-    std::strcpy (copy, text);
+    std::memcpy (copy, text, size);
     std::size_t slot = hash & (sConstantsCapacity - 1);
     while (sConstants [slot].fText != nullptr)
         slot = (slot + 1) & (sConstantsCapacity - 1);

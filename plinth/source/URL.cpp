@@ -173,8 +173,10 @@ PLURLRef PLURLCreateWithFileSystemPath (PLAllocatorRef allocator, PLStringRef pa
         if (count == 0)
             return nullptr;
     }
+    // The long UNC form is decided first, whatever its server name looks like; its branch repeats the
+    // rooted path's on purpose.
     if (longUNC)
-        out.AppendASCII ("file://");   // the server becomes the authority
+        out.AppendASCII ("file://");   // the server becomes the authority; NOLINT(bugprone-branch-clone)
     else if (windows && count >= 2 && IsLetter (units [0]) && units [1] == ':') {
         out.AppendASCII ("file:///");
         out.Append (units, 2);
@@ -252,7 +254,7 @@ PLStringRef PLURLCopyFileSystemPath (PLURLRef url, PLURLPathStyle style)
     __PLString const * s = AsString (u->fString);
     PLUniChar const * units = s->fUnits;
     std::size_t count = std::size_t (s->fLength);
-    PLUniChar separator = style == kPLURLWindowsPathStyle ? '\\' : '/';
+    PLUniChar separator = style == kPLURLWindowsPathStyle ? PLUniChar ('\\') : PLUniChar ('/');
     UnitBuffer out;
     if (StartsWith (units, count, "file://")) {
         units += 7;

@@ -228,7 +228,7 @@ void XMLWriter::Real (double value)
         std::chars_format::scientific);
     *result.ptr = 0;
     char * e = std::strchr (scientific, 'e');
-    int exponent = std::atoi (e + 1);
+    int exponent = std::atoi (e + 1);   // NOLINT(cert-err34-c): to_chars' own exponent, always digits
     char const * start = scientific;
     if (*start == '-') {
         fOut.Byte ('-');
@@ -820,7 +820,7 @@ PLTypeRef XMLReader::MakeDate ()
     if (! valid)
         return FailValue ("malformed date");
     int64_t days = DaysFromCivil (year, month, day) - kReferenceDay;
-    double time = double (days * 86400 + hour * 3600 + minute * 60 + second);
+    double time = double (days * 86400 + int64_t (hour * 3600 + minute * 60 + second));
     return PLDateCreate (fOptions.fAllocator, time);
 }
 

@@ -37,6 +37,7 @@ extern "C" {
 #endif
 
 /* Opaque kinds. Immutable objects are passed as `const`, mutable ones without. */
+/* NOLINTBEGIN(bugprone-reserved-identifier): the interface's own names of its opaque kinds */
 typedef struct __PLAllocator __PLAllocator;
 typedef struct __PLString __PLString;
 typedef struct __PLData __PLData;
@@ -47,6 +48,7 @@ typedef struct __PLNumber __PLNumber;
 typedef struct __PLBoolean __PLBoolean;
 typedef struct __PLDate __PLDate;
 typedef struct __PLURL __PLURL;
+/* NOLINTEND(bugprone-reserved-identifier) */
 
 typedef void const * PLTypeRef;
 typedef __PLAllocator const * PLAllocatorRef;
@@ -167,6 +169,7 @@ PL_EXPORT PLStringRef PLStringCreateWithFormat (PLAllocatorRef allocator, PLDict
 PL_EXPORT PLStringRef PLStringCreateWithFormatAndArguments (PLAllocatorRef allocator, PLDictionaryRef formatOptions,
     PLStringRef format, va_list arguments);
 /* An interned immortal string of ASCII `text`: the same text gives the same object. */
+/* NOLINTNEXTLINE(bugprone-reserved-identifier): the interface's own name, which PLSTR expands to */
 PL_EXPORT PLStringRef __PLStringMakeConstantString (char const * text);
 #define PLSTR(text) __PLStringMakeConstantString ("" text "")
 
@@ -404,8 +407,10 @@ PL_EXPORT PLArrayRef PLPreferencesCopyKeyList (PLStringRef applicationID);
 /* A stream on a file: created on a URL, opened once, closed by PLReadStreamClose or
  * PLWriteStreamClose or by the last PLRelease. Opening a write stream creates the file or empties
  * it. A stream that failed, or was closed, reads and writes nothing more. */
+/* NOLINTBEGIN(bugprone-reserved-identifier): the interface's own names of its opaque kinds */
 typedef struct __PLReadStream __PLReadStream;
 typedef struct __PLWriteStream __PLWriteStream;
+/* NOLINTEND(bugprone-reserved-identifier) */
 typedef __PLReadStream * PLReadStreamRef;
 typedef __PLWriteStream * PLWriteStreamRef;
 
