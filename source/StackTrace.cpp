@@ -346,8 +346,9 @@ std::string StackTrace::Symbolicate () const
         singleton.fInitialized = true;
     }
 
-    // Module names first, so that the column width is known before the first line is made; the
-    // module of index i is entry size () - i - 1.
+    // The platform is asked from the outermost frame in: all module names first, so that the
+    // column width is known before the first line is made, then all symbols. Entry
+    // size () - i - 1 of each list belongs to index i.
     std::vector<std::string> modules;
     modules.reserve (size ());
     std::size_t longestModule = 0;
@@ -361,15 +362,18 @@ std::string StackTrace::Symbolicate () const
 #pragma GCC diagnostic ignored "-Wsign-compare"
     SKERRY_ASSERT (int (longestModule) == longestModule);
 #pragma GCC diagnostic pop
+    std::vector<std::string> symbols;
+    symbols.reserve (size ());
+    for (std::size_t i = size (); i-- > 0;)
+        symbols.push_back (SymbolicateFrame ((*this) [i], singleton.fProcess));
 
-    // Then one forward pass, index 0 first, each line appended to the text as it is made. The
-    // reservation holds a line of an average symbol name without a second allocation.
+    // Then the text in one forward pass, index 0 first, each line appended as it is made. The
+    // reservation holds lines of an average symbol name without a second allocation.
     std::string text;
     text.reserve (size () * (longestModule + kTypicalLineTail));
     for (std::size_t i = 0; i < size (); ++i) {
-        std::string symbol = SymbolicateFrame ((*this) [i], singleton.fProcess);
         FormattedStringTemplate<char> line ("%*s 0x%p %s\n", int (longestModule),
-            modules [size () - i - 1].c_str (), (*this) [i], symbol.c_str ());
+            modules [size () - i - 1].c_str (), (*this) [i], symbols [size () - i - 1].c_str ());
         text.append (line.fBuffer, line.fCount);
     }
     return text;
