@@ -34,9 +34,21 @@ std::wstring Wide (PLStringRef string)
     return text;
 }
 
+// The full path: ReplaceFileW under Wine fails with ERROR_DIRECTORY on relative ones.
+std::wstring FullPath (std::wstring const & path)
+{
+    std::wstring full (MAX_PATH, L'\0');
+    DWORD length = ::GetFullPathNameW (path.c_str (), DWORD (full.size ()), &full [0], nullptr);
+    if (length >= full.size ()) {
+        full.resize (length);
+        length = ::GetFullPathNameW (path.c_str (), DWORD (full.size ()), &full [0], nullptr);
+    }
+    return length > 0 && length < full.size () ? full.substr (0, length) : path;
+}
+
 void Replace (Argument const & file, std::string const & bytes)
 {
-    std::wstring path = Wide (file.fString);
+    std::wstring path = FullPath (Wide (file.fString));
     std::size_t separator = path.find_last_of (L"\\/:");
     std::wstring directory = separator == std::wstring::npos ? L"." : path.substr (0, separator + 1);
     wchar_t temporary [MAX_PATH];
