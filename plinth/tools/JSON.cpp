@@ -34,6 +34,15 @@ PLStringRef CreateUTF8String (std::string const & text)
         PLIndex (text.size ()), kPLStringEncodingUTF8, false);
 }
 
+// A member of an array or dictionary: its key path component and, in a dictionary, its key.
+struct Member {
+    std::string fName;
+    PLStringRef fKey;
+    PLTypeRef fValue;
+
+    bool operator < (Member const & other) const { return fName < other.fName; }
+};
+
 class Writer {
 public:
     explicit Writer (KeyPath const & at) : fPath (at) {}
@@ -43,8 +52,7 @@ public:
 private:
     [[noreturn]] void Fail (std::string const & reason) const { throw KeyPathFailure (fPath, fPath.size (), reason); }
     void WriteString (PLStringRef string);
-    void WriteMembers (std::vector<std::pair<std::string, PLTypeRef>> const & members, bool keyed,
-        std::string const & indent);
+    void WriteMembers (std::vector<Member> const & members, bool keyed, std::string const & indent);
 
     KeyPath fPath;
 };
@@ -76,19 +84,17 @@ void Writer::WriteString (PLStringRef string)
     fText += '"';
 }
 
-void Writer::WriteMembers (std::vector<std::pair<std::string, PLTypeRef>> const & members, bool keyed,
-    std::string const & indent)
+void Writer::WriteMembers (std::vector<Member> const & members, bool keyed, std::string const & indent)
 {
     fText += keyed ? "{" : "[";
     for (std::size_t i = 0; i < members.size (); ++i) {
         fText += (i == 0 ? "\n" : ",\n") + indent + "  ";
-        fPath.push_back (members [i].first);
+        fPath.push_back (members [i].fName);
         if (keyed) {
-            Owned<PLStringRef> key (CreateUTF8String (members [i].first));
-            WriteString (key);
+            WriteString (members [i].fKey);
             fText += ": ";
         }
-        Write (members [i].second, indent + "  ");
+        Write (members [i].fValue, indent + "  ");
         fPath.pop_back ();
     }
     fText += members.empty () ? "" : "\n" + indent;
@@ -98,7 +104,7 @@ void Writer::WriteMembers (std::vector<std::pair<std::string, PLTypeRef>> const 
 void Writer::Write (PLTypeRef value, std::string const & indent)
 {
     std::string type = TypeName (value);
-    std::vector<std::pair<std::string, PLTypeRef>> members;
+    std::vector<Member> members;
     if (type == "dictionary") {
         PLDictionaryRef dictionary = static_cast<PLDictionaryRef> (value);
         std::vector<void const *> keys (std::size_t (PLDictionaryGetCount (dictionary)) + 1), values (keys.size ());
@@ -106,7 +112,8 @@ void Writer::Write (PLTypeRef value, std::string const & indent)
         for (std::size_t i = 0; i + 1 < keys.size (); ++i) {
             if (PLGetTypeID (keys [i]) != PLStringGetTypeID ())
                 Fail ("a key that isn't a string has no JSON form");
-            members.emplace_back (UTF8 (static_cast<PLStringRef> (keys [i])), values [i]);
+            PLStringRef key = static_cast<PLStringRef> (keys [i]);
+            members.push_back (Member { UTF8 (key), key, values [i] });
         }
         // UTF-8's byte order is code-point order.
         std::sort (members.begin (), members.end ());
@@ -115,7 +122,7 @@ void Writer::Write (PLTypeRef value, std::string const & indent)
     else if (type == "array") {
         PLArrayRef array = static_cast<PLArrayRef> (value);
         for (PLIndex i = 0; i < PLArrayGetCount (array); ++i)
-            members.emplace_back (std::to_string (i), PLArrayGetValueAtIndex (array, i));
+            members.push_back (Member { std::to_string (i), nullptr, PLArrayGetValueAtIndex (array, i) });
         WriteMembers (members, false, indent);
     }
     else if (type == "string")

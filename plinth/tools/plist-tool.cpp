@@ -214,8 +214,6 @@ struct Invocation {
     Argument Destination (Argument const & otherwise) const { return fOutput != nullptr ? *fOutput : otherwise; }
 };
 
-Argument const kStandardOutput = { "-", nullptr };
-
 int PrintCommand (Invocation const & invocation)
 {
     Format format;
@@ -249,7 +247,7 @@ int ExtractCommand (Invocation const & invocation)
         return Usage (stderr, 2);
     Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, from));
     KeyPath path = ParseKeyPath (invocation.fArguments [0].fText);
-    WriteAll (invocation.Destination (kStandardOutput), Encode (Find (value, path), to, path));
+    WriteAll (invocation.Destination (Argument { "-", nullptr }), Encode (Find (value, path), to, path));
     return 0;
 }
 
