@@ -1,79 +1,179 @@
-// plist-tool as its users run it: one line per file or failure, the exit status, conversions that
-// plistlib's files survive. Native only (the tool is started through the shell).
+// plist-tool as its users run it, on files that Python's plistlib writes and then checks: what
+// each command prints, exit statuses, one line per failure on standard error, files replaced whole
+// or left alone. Native only: the tool and plistlib run through the shell.
 #include "PlinthTest.h"
 
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <sys/wait.h>
 
 using namespace PlinthTest;
 
 namespace {
 
+// plistlib's side. `write`: the value V as f.binary, f.xml, and f.expected.json as Python's json
+// writes it (data and dates as their text). `check FILE FORMAT STATEMENT...`: for each triple, OK
+// when FILE has FORMAT and holds V as STATEMENT changes it. json.dumps tells 2 from 2.0, so the
+// comparison sees integers and reals apart.
+char const kScript [] = R"(import base64, copy, datetime, json, plistlib, sys
+V = {"name": "Plinth", "servers": [{"host": "a", "port": 80}, {"host": "b", "port": 8080}], "ratio": 0.1,
+     "big": 2**64 - 1, "when": datetime.datetime(2024, 1, 31, 12), "blob": b"\0\xffabc", "on": True,
+     "dot.key": {"x": 1}, "whole": 2.0, "uni": "\u00e9\U0001F600\n\"\\"}
+text = lambda o: base64.b64encode(o).decode() if isinstance(o, bytes) else o.strftime("%Y-%m-%dT%H:%M:%SZ")
+same = lambda a, b: json.dumps(a, sort_keys=True, default=repr) == json.dumps(b, sort_keys=True, default=repr)
+if sys.argv[1] == "write":
+    for name, form in (("f.binary", plistlib.FMT_BINARY), ("f.xml", plistlib.FMT_XML)):
+        open(name, "wb").write(plistlib.dumps(V, fmt=form))
+    with open("f.expected.json", "w", encoding="utf-8") as out:
+        out.write(json.dumps(V, indent=2, sort_keys=True, ensure_ascii=False, default=text) + "\n")
+for path, form, statement in zip(*[iter(sys.argv[2:])] * 3):
+    scope = {"V": copy.deepcopy(V), "datetime": datetime, "json": json}
+    exec(statement, scope)
+    data = open(path, "rb").read()
+    v = plistlib.loads(data)
+    print("OK" if same(v, scope["V"]) and data.startswith(b"bplist") == (form == "binary") else path + ": " + repr(v))
+)";
+
 struct Result {
     int fStatus;
-    std::string fOutput;
+    std::string fOut;
+    std::string fErr;
 };
 
-Result RunTool (std::string const & arguments)
+// A scratch directory holding plistlib's f.binary and f.xml, where commands run through the shell
+// with $T naming the tool, $P the plistlib script and $D the test data.
+class Scratch : public ScratchPreferences {
+public:
+    Scratch ()
+    {
+        WriteFile (File ("check.py"), kScript);
+        EXPECT_EQ (Shell ("$P write").fStatus, 0);
+    }
+
+    Result Shell (std::string const & command) const
+    {
+        std::string line = "cd '" + Directory () + "' && export T='" PLIST_TOOL "' P='python3 check.py' D='"
+            PLINTH_TEST_DATA "' && { " + command + "; } 2>stderr.txt";
+        FILE * pipe = popen (line.c_str (), "r");
+        Result result { -1, "", "" };
+        char buffer [4096];
+        while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
+            result.fOut.append (buffer, got);
+        int status = pclose (pipe);
+        result.fStatus = WIFEXITED (status) ? WEXITSTATUS (status) : -1;
+        result.fErr = ReadFile (File ("stderr.txt"));
+        return result;
+    }
+};
+
+struct Row {
+    char const * fCommand;
+    int fStatus;
+    std::string fOut;
+    char const * fErr;
+};
+
+void Expect (Scratch const & scratch, Row const & row)
 {
-    std::string command = std::string (PLIST_TOOL) + " " + arguments + " 2>&1";
-    FILE * pipe = popen (command.c_str (), "r");
-    Result result { -1, "" };
-    char buffer [4096];
-    while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
-        result.fOutput.append (buffer, got);
-    int status = pclose (pipe);
-    result.fStatus = WIFEXITED (status) ? WEXITSTATUS (status) : -1;
-    return result;
+    Result result = scratch.Shell (row.fCommand);
+    EXPECT_EQ (result.fStatus, row.fStatus) << row.fCommand;
+    EXPECT_EQ (result.fOut, row.fOut) << row.fCommand;
+    EXPECT_EQ (result.fErr, row.fErr) << row.fCommand;
 }
 
-std::string Data (char const * name)
-{
-    return std::string (PLINTH_TEST_DATA) + "/" + name;
 }
 
-std::string Contents (std::string const & path)
+TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
 {
-    std::ostringstream contents;
-    contents << std::ifstream (path, std::ios::binary).rdbuf ();
-    return contents.str ();
+    Scratch scratch;
+    for (char const * help : { "$T --help", "$T -h" }) {
+        Result result = scratch.Shell (help);
+        EXPECT_EQ (result.fStatus, 0);
+        EXPECT_EQ (result.fOut.substr (0, 7) + result.fErr, "usage: ");
+    }
+    for (char const * wrong : { "$T", "$T -bogus f.xml", "$T -convert yaml f.xml", "$T -extract a raw -x o f.xml",
+             "$T -insert a -uint 1 f.xml", "$T -insert a 1 f.xml", "$T -p -o o f.xml", "$T -lint" }) {
+        Result result = scratch.Shell (wrong);
+        EXPECT_EQ (result.fStatus, 2) << wrong;
+        EXPECT_EQ (result.fErr.substr (0, 7) + result.fOut, "usage: ") << wrong;
+    }
+    Row const rows [] = {
+        { "$T -type servers.1.port f.binary && $T -type 'dot\\.key' f.xml && $T -type '' - < f.xml", 0,
+            "integer\ndictionary\ndictionary\n", "" },
+        { "$T -extract when raw f.xml && $T -extract big raw f.binary && $T -extract blob raw - < f.binary", 0,
+            std::string ("2024-01-31T12:00:00Z\n18446744073709551615\n\0\xff" "abc", 47), "" },
+        { "$T -extract servers.0 json -o - f.binary && $T -extract whole json f.xml", 0,
+            "{\n  \"host\": \"a\",\n  \"port\": 80\n}\n2.0\n", "" },
+        // JSON as Python writes it, and read back with integers and reals apart.
+        { "$T -convert json -o - f.binary > f.json && cmp f.json f.expected.json && $T -convert xml -o back.xml f.json"
+          " && $T -extract servers binary -o s.binary f.xml && cp f.binary w && $T -convert xml w"
+          " && $T -remove blob -o - f.xml > removed.xml && $P check back.xml xml 'V = json.load(open(\"f.json\"))'"
+          " s.binary binary 'V = V[\"servers\"]' w xml '' removed.xml xml 'del V[\"blob\"]'", 0, "OK\nOK\nOK\nOK\n", "" },
+        { "$T -p $D/plistlib/array_nested.xml", 0,
+            "[\n    [\n        1\n        [\n            2\n        ]\n    ]\n    3\n    [\n        [\n            []\n"
+            "        ]\n    ]\n]\n", "" },
+        { "$T -lint f.binary $D/hostile/cycle-self.binary missing", 1, "f.binary: OK\n",
+            "plist-tool: " PLINTH_TEST_DATA "/hostile/cycle-self.binary: binary property list: reference cycle (at byte 8)\n"
+            "plist-tool: missing: can't be opened for reading\n" },
+        { "$T -extract servers.5 json f.binary", 1, "",
+            "plist-tool: f.binary: key path \"servers.5\": no such index: the array holds 2 values\n" },
+        { "$T -extract name.first xml f.binary", 1, "", "plist-tool: f.binary: key path \"name.first\": the value at"
+            " \"name\" is a string, not an array or dictionary\n" },
+        { "$T -extract servers raw f.binary", 1, "",
+            "plist-tool: f.binary: key path \"servers\": an array has no raw form (use xml or json)\n" },
+        { "$T -type nope f.binary", 1, "", "plist-tool: f.binary: key path \"nope\": no such key\n" },
+        { "printf '[1, {\"r\": 1e400}]' | $T -convert json -", 1, "",
+            "plist-tool: (standard input): key path \"1.r\": JSON has no number for inf\n" },
+        { "printf '{\"a\": [1,]}' | $T -lint -", 1, "", "plist-tool: (standard input): JSON: expected a value (at byte 9)\n" },
+        { "printf '{\"a\": [null]}' | $T -lint -", 1, "",
+            "plist-tool: (standard input): key path \"a.0\": JSON null has no property-list value\n" },
+        { "printf '[18446744073709551616]' | $T -lint -", 1, "",
+            "plist-tool: (standard input): key path \"0\": an integer outside -2^63 to 2^64-1\n" } };
+    for (Row const & row : rows)
+        Expect (scratch, row);
 }
 
-}
-
-TEST (PlistTool, LintsEachFileOnOneLineAndFailsOnAnyBadOne)
+TEST (PlistTool, EditsReplaceTheFileWholeInItsOwnFormat)
 {
-    std::string good = Data ("plistlib/dict_every_type.xml"), cycle = Data ("hostile/cycle-self.binary");
-    Result result = RunTool ("-lint " + good + " " + cycle + " " + Data ("hostile/missing"));
-    EXPECT_EQ (result.fStatus, 1);
-    EXPECT_EQ (result.fOutput, good + ": OK\n" + cycle + ": binary property list: reference cycle (at byte 8)\n"
-        + Data ("hostile/missing") + ": can't be opened for reading\n");
-    EXPECT_EQ (RunTool ("-lint " + good).fStatus, 0);
-    Result usage = RunTool ("-convert json -o x y");
-    EXPECT_EQ (usage.fStatus, 2);
-    EXPECT_EQ (usage.fOutput.substr (0, 7), "usage: ");
-}
-
-TEST (PlistTool, ConvertsBothWaysAndPrints)
-{
-    ScratchPreferences scratch;
-    std::string xml = scratch.File ("every.xml"), binary = scratch.File ("every.binary");
-    ASSERT_EQ (RunTool ("-convert xml -o " + xml + " " + Data ("plistlib/dict_every_type.binary")).fStatus, 0);
-    ASSERT_EQ (RunTool ("-convert binary -o " + binary + " " + xml).fStatus, 0);
-    EXPECT_EQ (Contents (binary), Contents (Data ("plistlib/dict_every_type.binary")));
-    // A string XML can't hold: refused, and the output file is not touched.
-    Result refused = RunTool ("-convert xml -o " + xml + " " + Data ("plistlib/string_nul.binary"));
-    EXPECT_EQ (refused.fStatus, 1);
-    EXPECT_EQ (refused.fOutput, "plist-tool: " + Data ("plistlib/string_nul.binary")
-        + ": XML property list: a string with a character that XML cannot hold\n");
-    EXPECT_EQ (RunTool ("-lint " + xml).fStatus, 0);
-    Result printed = RunTool ("-p " + Data ("plistlib/array_nested.xml"));
-    EXPECT_EQ (printed.fStatus, 0);
-    EXPECT_EQ (printed.fOutput, "[\n    [\n        1\n        [\n            2\n        ]\n    ]\n    3\n    [\n"
-        "        [\n            []\n        ]\n    ]\n]\n");
-    Result described = RunTool ("-p " + Data ("plistlib/dict_sorted.binary"));
-    EXPECT_NE (described.fOutput.find ("    \"a\" = [\n        true\n        2.5\n    ]\n"), std::string::npos)
-        << described.fOutput;
+    Scratch scratch;
+    struct Edit {
+        char const * fArguments;
+        char const * fPython;
+    } const edits [] = {
+        { "-insert servers.1 -json '{\"host\": \"c\", \"port\": 1}'", "V[\"servers\"].insert(1, {\"host\": \"c\", \"port\": 1})" },
+        { "-insert servers.2 -xml '<dict/>'", "V[\"servers\"].append({})" },
+        { "-insert 'a\\.b' -data AAEC", "V[\"a.b\"] = b\"\\0\\1\\2\"" },
+        { "-insert new -date 2020-01-02T03:04:05Z", "V[\"new\"] = datetime.datetime(2020, 1, 2, 3, 4, 5)" },
+        { "-insert i -integer 0x10", "V[\"i\"] = 16" },
+        { "-replace ratio -float 1e-5", "V[\"ratio\"] = 1e-05" },
+        { "-replace on -bool false", "V[\"on\"] = False" },
+        { "-replace 'dot\\.key.x' -string 'x<y&\xc3\xa9'", "V[\"dot.key\"][\"x\"] = \"x<y&\\u00e9\"" },
+        { "-remove servers.0", "del V[\"servers\"][0]" },
+        { "-replace '' -json '[1, 2.5, \"s\"]'", "V = [1, 2.5, \"s\"]" } };
+    // Each edit on a copy of each file, then one run of plistlib over all of them.
+    std::string command, checks, expected;
+    for (Edit const & edit : edits)
+        for (std::string format : { "binary", "xml" }) {
+            std::string file = "e" + std::to_string (&edit - edits) + "." + format;
+            command += "cp f." + format + " " + file + " && $T " + edit.fArguments + " " + file + " && ";
+            checks += " " + file + " " + format + " '" + edit.fPython + "'";
+            expected += "OK\n";
+        }
+    Expect (scratch, Row { (command + "$P check" + checks).c_str (), 0, expected, "" });
+    // Failures leave the file as it was, and no temporary file beside it.
+    Row const failures [] = {
+        { "$T -insert name -string x w", 1, "", "plist-tool: w: key path \"name\": a value is there already (use -replace)\n" },
+        { "$T -replace nope -string x w", 1, "", "plist-tool: w: key path \"nope\": no such key\n" },
+        { "$T -insert servers.3 -string x w", 1, "",
+            "plist-tool: w: key path \"servers.3\": past the end: the array holds 2 values\n" },
+        { "$T -remove '' w", 1, "", "plist-tool: w: key path \"\": the top value can't be removed\n" },
+        { "$T -insert x -integer 1x w", 1, "", "plist-tool: -integer: \"1x\" is not an integer of -2^63 to 2^64-1"
+            " (decimal, or hexadecimal after 0x)\n" },
+        { "$T -insert x -json '[1, null]' w", 1, "", "plist-tool: -json: key path \"1\": JSON null has no property-list value\n" },
+        { "$T -replace name -string \"$(printf 'a\\001')\" w", 1, "",
+            "plist-tool: w: XML property list: a string with a character that XML cannot hold\n" } };
+    for (Row const & failure : failures) {
+        scratch.Shell ("cp f.xml w");
+        Expect (scratch, failure);
+        EXPECT_EQ (scratch.Shell ("cmp w f.xml && ls -A | grep -c plist-tool").fOut, "0\n") << failure.fCommand;
+    }
 }

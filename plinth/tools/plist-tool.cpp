@@ -1,108 +1,122 @@
-// plist-tool: checks, converts and prints property lists, through Plinth's public interface only.
+// plist-tool: checks, prints, converts and edits property lists, through Plinth's public interface
+// only. The commands are those of the usage text below; plinth/README.md shows each with an
+// example.
 //
-//   plist-tool -lint FILE...                    "FILE: OK", or "FILE: reason", for each file
-//   plist-tool -convert binary|xml -o OUT IN    IN in the other format (or the same) into OUT
-//   plist-tool -p FILE                          an indented description of the contents
+// Every command reads binary and XML property lists and JSON, told apart by their first bytes.
+// Edits write the file back in the format it was read in, and -convert, -insert, -replace and
+// -remove without -o replace the file whole (Files.h). Encoding comes before writing, so a value
+// that the format can't hold leaves the output alone.
 //
-// Every failure is one line on standard error (standard output for -lint), and the exit status
-// is 1 when anything failed, 2 for a wrong command line.
-#include <Plinth/Plinth.h>
-#include <Plinth/PlinthCXX.h>
+// Exit status: 0 on success, 1 when anything failed, 2 for a wrong command line (with the usage on
+// standard error). Each failure is one line on standard error: "plist-tool: FILE: reason", with
+// `key path "a.b":` before the reason when it concerns one value.
+#include "Files.h"
+#include "JSON.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cwchar>
 #include <cstring>
-#include <string>
+#include <cwchar>
 #include <vector>
 
 #ifdef _WIN32
 #include <windows.h>
 #include <shellapi.h>
+#include <fcntl.h>
+#include <io.h>
 #endif
 
 namespace {
 
-using PlinthCXX::Owned;
-using PlinthCXX::UTF8;
+using namespace PlistTool;
 
-// A command-line argument: UTF-8 (POSIX) or UTF-16 (Windows) units.
-struct Argument {
-    std::string fText;       // UTF-8, for messages and options
-    PLStringRef fString;     // owned
-};
+char const kUsage [] =
+    "usage: plist-tool -lint FILE...\n"
+    "       plist-tool -p FILE\n"
+    "       plist-tool -type KEYPATH FILE\n"
+    "       plist-tool -convert binary|xml|json [-o OUT] FILE\n"
+    "       plist-tool -extract KEYPATH binary|xml|json|raw [-o OUT] FILE\n"
+    "       plist-tool -insert KEYPATH -TYPE VALUE [-o OUT] FILE\n"
+    "       plist-tool -replace KEYPATH -TYPE VALUE [-o OUT] FILE\n"
+    "       plist-tool -remove KEYPATH [-o OUT] FILE\n"
+    "       plist-tool -h | --help\n"
+    "\n"
+    "FILE is a binary or XML property list, or JSON. - is standard input as FILE, standard output\n"
+    "as OUT. -convert, -insert, -replace and -remove rewrite FILE unless -o names OUT; edits keep\n"
+    "FILE's format. -extract writes to standard output unless -o names OUT; raw is the text of a\n"
+    "string, number, bool or date with a line feed, or the bytes of data.\n"
+    "\n"
+    "KEYPATH: keys and array indexes joined by dots (servers.0.name); \\. is a dot in a key, \\\\ a\n"
+    "backslash; the empty KEYPATH is the top value.\n"
+    "TYPE: bool (true or false), integer, float, string, date (2024-01-31T12:00:00Z), data (Base64),\n"
+    "xml (a property list or one element, such as <array/>), json. -type prints these names.\n"
+    "-insert adds a key that isn't there, or inserts into an array before the index (at the count:\n"
+    "appends); -replace and -remove need a value that is there.\n";
 
-PLURLRef CreateURL (PLStringRef path)
+int Usage (FILE * stream, int status)
 {
-#ifdef _WIN32
-    return PLURLCreateWithFileSystemPath (kPLAllocatorDefault, path, kPLURLWindowsPathStyle, false);
-#else
-    return PLURLCreateWithFileSystemPath (kPLAllocatorDefault, path, kPLURLPOSIXPathStyle, false);
-#endif
-}
-
-// The property list in `path`, or null with `reason` set.
-PLTypeRef Read (Argument const & path, std::string & reason, PLPropertyListFormat * format = nullptr)
-{
-    Owned<PLURLRef> url (CreateURL (path.fString));
-    Owned<PLReadStreamRef> stream (PLReadStreamCreateWithFile (kPLAllocatorDefault, url.Get ()));
-    if (stream.Get () == nullptr || ! PLReadStreamOpen (stream.Get ())) {
-        reason = "can't be opened for reading";
-        return nullptr;
-    }
-    Owned<PLStringRef> error;
-    PLTypeRef value = PLPropertyListCreateWithStream (kPLAllocatorDefault, stream.Get (), 0, kPLPropertyListImmutable,
-        format, error.Out ());
-    if (value == nullptr)
-        reason = error.Get () != nullptr ? UTF8 (error.Get ()) : "not a property list";
-    return value;
-}
-
-int Lint (std::vector<Argument> const & files)
-{
-    int status = 0;
-    for (Argument const & file : files) {
-        std::string reason;
-        Owned<PLTypeRef> value (Read (file, reason));
-        if (value.Get () != nullptr)
-            std::printf ("%s: OK\n", file.fText.c_str ());
-        else {
-            std::printf ("%s: %s\n", file.fText.c_str (), reason.c_str ());
-            status = 1;
-        }
-    }
+    std::fputs (kUsage, stream);
     return status;
 }
 
-int Convert (PLPropertyListFormat format, Argument const & output, Argument const & input)
+enum class Format { kBinary, kXML, kJSON, kRaw };
+
+// The format named on the command line; false for another name, or raw when it isn't allowed.
+bool ParseFormat (std::string const & name, bool allowRaw, Format & format)
 {
-    std::string reason;
-    Owned<PLTypeRef> value (Read (input, reason));
-    if (value.Get () == nullptr) {
-        std::fprintf (stderr, "plist-tool: %s: %s\n", input.fText.c_str (), reason.c_str ());
-        return 1;
-    }
-    // Encoded first, so that a value the format can't hold leaves the output file alone.
-    Owned<PLStringRef> error;
-    Owned<PLDataRef> data (PLPropertyListCreateData (kPLAllocatorDefault, value.Get (), format, 0, error.Out ()));
-    if (data.Get () == nullptr) {
-        std::fprintf (stderr, "plist-tool: %s: %s\n", input.fText.c_str (), UTF8 (error.Get ()).c_str ());
-        return 1;
-    }
-    Owned<PLURLRef> url (CreateURL (output.fString));
-    Owned<PLWriteStreamRef> stream (PLWriteStreamCreateWithFile (kPLAllocatorDefault, url.Get ()));
-    if (stream.Get () == nullptr || ! PLWriteStreamOpen (stream.Get ())) {
-        std::fprintf (stderr, "plist-tool: %s: can't be opened for writing\n", output.fText.c_str ());
-        return 1;
-    }
-    PLIndex length = PLDataGetLength (data.Get ());
-    if (PLWriteStreamWrite (stream.Get (), PLDataGetBytePtr (data.Get ()), length) != length) {
-        std::fprintf (stderr, "plist-tool: %s: can't be written\n", output.fText.c_str ());
-        return 1;
-    }
-    return 0;
+    char const * const names [] = { "binary", "xml", "json", "raw" };
+    for (int i = 0; i < (allowRaw ? 4 : 3); ++i)
+        if (name == names [i]) {
+            format = Format (i);
+            return true;
+        }
+    return false;
 }
 
+// The property list in `file`, owned, and the format it was read in. Throws Failure.
+PLTypeRef Read (Argument const & file, PLOptionFlags options, Format & format)
+{
+    std::string bytes = ReadAll (file);
+    if (LooksLikeJSON (bytes)) {
+        format = Format::kJSON;
+        return CreateFromJSON (bytes);
+    }
+    if (bytes.size () > 0x7FFFFFFF)
+        throw Failure { "too large for a property list", "" };
+    Owned<PLDataRef> data (PLDataCreateWithBytesNoCopy (kPLAllocatorDefault,
+        reinterpret_cast<uint8_t const *> (bytes.data ()), PLIndex (bytes.size ()), kPLAllocatorNull));
+    PLPropertyListFormat read = kPLPropertyListBinaryFormat;
+    Owned<PLStringRef> error;
+    PLTypeRef value = PLPropertyListCreateWithData (kPLAllocatorDefault, data, options, &read, error.Out ());
+    if (value == nullptr)
+        throw Failure { error.Get () != nullptr ? UTF8 (error) : "not a property list", "" };
+    format = read == kPLPropertyListXMLFormat ? Format::kXML : Format::kBinary;
+    return value;
+}
+
+// `value`, at `at` in its file, in `format`. Throws Failure.
+std::string Encode (PLTypeRef value, Format format, KeyPath const & at)
+{
+    if (format == Format::kJSON)
+        return JSONText (value, at);
+    std::string type = TypeName (value);
+    if (format == Format::kRaw && (type == "array" || type == "dictionary"))
+        throw KeyPathFailure (at, at.size (), (type == "array" ? "an " : "a ") + type
+            + " has no raw form (use xml or json)");
+    if (format == Format::kRaw && type != "data")
+        return ScalarText (value) + "\n";
+    if (format == Format::kRaw)
+        return std::string (reinterpret_cast<char const *> (PLDataGetBytePtr (static_cast<PLDataRef> (value))),
+            std::size_t (PLDataGetLength (static_cast<PLDataRef> (value))));
+    Owned<PLStringRef> error;
+    Owned<PLDataRef> data (PLPropertyListCreateData (kPLAllocatorDefault, value,
+        format == Format::kXML ? kPLPropertyListXMLFormat : kPLPropertyListBinaryFormat, 0, error.Out ()));
+    if (data.Get () == nullptr)
+        throw Failure { UTF8 (error), "" };
+    return std::string (reinterpret_cast<char const *> (PLDataGetBytePtr (data)), std::size_t (PLDataGetLength (data)));
+}
+
+// -p: one value, its first line already indented; containers open on that line.
 void Indent (int depth)
 {
     for (int i = 0; i < depth; ++i)
@@ -130,7 +144,6 @@ std::string Quoted (PLStringRef string)
     return text + "\"";
 }
 
-// One value, its first line already indented; containers open on that line.
 void Print (PLTypeRef value, int depth)
 {
     PLTypeID type = PLGetTypeID (value);
@@ -191,42 +204,139 @@ void Print (PLTypeRef value, int depth)
     }
 }
 
-int PrintFile (Argument const & file)
+// A command after its name: its own arguments, FILE, and OUT when -o named one.
+struct Invocation {
+    std::vector<Argument> fArguments;
+    Argument fFile;
+    Argument const * fOutput;
+
+    // Where the result goes: OUT, or else `otherwise` (FILE itself, or standard output).
+    Argument Destination (Argument const & otherwise) const { return fOutput != nullptr ? *fOutput : otherwise; }
+};
+
+int PrintCommand (Invocation const & invocation)
 {
-    std::string reason;
-    Owned<PLTypeRef> value (Read (file, reason));
-    if (value.Get () == nullptr) {
-        std::fprintf (stderr, "plist-tool: %s: %s\n", file.fText.c_str (), reason.c_str ());
-        return 1;
-    }
-    Print (value.Get (), 0);
+    Format format;
+    Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, format));
+    Print (value, 0);
     return 0;
 }
 
-int Usage ()
+int TypeCommand (Invocation const & invocation)
 {
-    std::fputs ("usage: plist-tool -lint FILE...\n"
-                "       plist-tool -convert binary|xml -o OUT IN\n"
-                "       plist-tool -p FILE\n", stderr);
-    return 2;
+    Format format;
+    Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, format));
+    std::printf ("%s\n", TypeName (Find (value, ParseKeyPath (invocation.fArguments [0].fText))).c_str ());
+    return 0;
+}
+
+int ConvertCommand (Invocation const & invocation)
+{
+    Format to, from;
+    if (! ParseFormat (invocation.fArguments [0].fText, false, to))
+        return Usage (stderr, 2);
+    Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, from));
+    WriteAll (invocation.Destination (invocation.fFile), Encode (value, to, KeyPath ()));
+    return 0;
+}
+
+int ExtractCommand (Invocation const & invocation)
+{
+    Format to, from;
+    if (! ParseFormat (invocation.fArguments [1].fText, true, to))
+        return Usage (stderr, 2);
+    Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, from));
+    KeyPath path = ParseKeyPath (invocation.fArguments [0].fText);
+    WriteAll (invocation.Destination (Argument { "-", nullptr }), Encode (Find (value, path), to, path));
+    return 0;
+}
+
+int EditCommand (Invocation const & invocation, Edit edit)
+{
+    Owned<PLTypeRef> value;
+    if (edit != Edit::kRemove) {
+        Argument const & type = invocation.fArguments [1], & text = invocation.fArguments [2];
+        if (type.fText.size () < 2 || type.fText [0] != '-')
+            return Usage (stderr, 2);
+        *value.Out () = CreateValue (type.fText.substr (1), text.fText, text.fString);
+        if (value.Get () == nullptr)
+            return Usage (stderr, 2);
+    }
+    Format format;
+    Owned<PLTypeRef> root (Read (invocation.fFile, kPLPropertyListMutableContainers, format));
+    Owned<PLTypeRef> edited (ApplyEdit (root, ParseKeyPath (invocation.fArguments [0].fText), edit, value));
+    WriteAll (invocation.Destination (invocation.fFile), Encode (edited, format, KeyPath ()));
+    return 0;
+}
+
+int InsertCommand (Invocation const & invocation) { return EditCommand (invocation, Edit::kInsert); }
+int ReplaceCommand (Invocation const & invocation) { return EditCommand (invocation, Edit::kReplace); }
+int RemoveCommand (Invocation const & invocation) { return EditCommand (invocation, Edit::kRemove); }
+
+struct Command {
+    char const * fName;
+    std::size_t fArguments;     // before FILE
+    bool fTakesOutput;          // -o OUT before FILE
+    int (*fRun) (Invocation const &);
+};
+
+Command const kCommands [] = {
+    { "-p", 0, false, PrintCommand },
+    { "-type", 1, false, TypeCommand },
+    { "-convert", 1, true, ConvertCommand },
+    { "-extract", 2, true, ExtractCommand },
+    { "-insert", 3, true, InsertCommand },
+    { "-replace", 3, true, ReplaceCommand },
+    { "-remove", 1, true, RemoveCommand } };
+
+void Report (Failure const & failure, Argument const & file)
+{
+    std::fflush (stdout);
+    std::string subject = failure.fFile.empty () ? InputName (file) : failure.fFile;
+    std::fprintf (stderr, "plist-tool: %s: %s\n", subject.c_str (), failure.fText.c_str ());
+}
+
+int Lint (std::vector<Argument> const & files)
+{
+    int status = 0;
+    for (Argument const & file : files)
+        try {
+            Format format;
+            Owned<PLTypeRef> value (Read (file, kPLPropertyListImmutable, format));
+            std::printf ("%s: OK\n", InputName (file).c_str ());
+        }
+        catch (Failure const & failure) {
+            Report (failure, file);
+            status = 1;
+        }
+    return status;
 }
 
 int Run (std::vector<Argument> const & arguments)
 {
-    std::size_t count = arguments.size ();
-    std::string mode = count > 0 ? arguments [0].fText : "";
-    if (mode == "-lint" && count >= 2)
+    std::string name = arguments.empty () ? "" : arguments [0].fText;
+    if (name == "-h" || name == "--help")
+        return Usage (stdout, 0);
+    if (name == "-lint" && arguments.size () >= 2)
         return Lint (std::vector<Argument> (arguments.begin () + 1, arguments.end ()));
-    if (mode == "-p" && count == 2)
-        return PrintFile (arguments [1]);
-    if (mode == "-convert" && count == 5 && arguments [2].fText == "-o") {
-        std::string format = arguments [1].fText;
-        if (format != "binary" && format != "xml")
-            return Usage ();
-        return Convert (format == "xml" ? kPLPropertyListXMLFormat : kPLPropertyListBinaryFormat, arguments [3],
-            arguments [4]);
+    for (Command const & command : kCommands) {
+        if (name != command.fName || arguments.size () < command.fArguments + 2)
+            continue;
+        std::size_t rest = arguments.size () - 1 - command.fArguments;
+        bool output = rest == 3 && command.fTakesOutput && arguments [command.fArguments + 1].fText == "-o";
+        if (rest != 1 && ! output)
+            break;
+        Invocation invocation { std::vector<Argument> (arguments.begin () + 1, arguments.begin () + 1
+            + std::ptrdiff_t (command.fArguments)), arguments.back (), output ? &arguments [arguments.size () - 2] : nullptr };
+        try {
+            return command.fRun (invocation);
+        }
+        catch (Failure const & failure) {
+            Report (failure, invocation.fFile);
+            return 1;
+        }
     }
-    return Usage ();
+    return Usage (stderr, 2);
 }
 
 }
@@ -235,6 +345,9 @@ int main (int argc, char ** argv)
 {
     std::vector<Argument> arguments;
 #ifdef _WIN32
+    // Bytes in and out as they are: no CR LF translation of property lists, JSON or text.
+    ::_setmode (::_fileno (stdin), _O_BINARY);
+    ::_setmode (::_fileno (stdout), _O_BINARY);
     // The arguments as UTF-16, whatever the code page.
     (void) argv;
     int count = 0;
