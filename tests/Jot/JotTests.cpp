@@ -63,7 +63,7 @@ std::string TailOf (const std::function<void ()> & write)
     write ();
     std::string raw = ReadRaw (log.Path ()), after = UtcNow ();
     std::smatch match;
-    static const std::regex line (R"(\{"time":"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)","pid":(\d+),"tid":(\d+),([^\n]*)\n)");
+    static const std::regex line (R"re(\{"time":"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)","pid":(\d+),"tid":(\d+),([^\n]*)\n)re");
     if (! std::regex_match (raw, match, line))
         return "no single record: " + raw;
     EXPECT_TRUE (before <= match [1].str () && match [1].str () <= after) << match [1];
