@@ -3,7 +3,6 @@
 // refused; read options decide mutability; streams that can't open or write fail cleanly.
 #include "PlinthTest.h"
 
-#include <cmath>
 #include <fstream>
 #include <sstream>
 #include <vector>
@@ -93,25 +92,18 @@ TEST (PropertyListCorpus, WhatPlistlibWroteReadsIntoEqualValuesInEveryFormatAndW
     }
 }
 
-TEST (PropertyListCorpus, ValuesAreThoseThatPlistlibWrote)
+// The native test Interop has plistlib check every value; these are the ones that a 32-bit build
+// could get wrong while both formats still agree.
+TEST (PropertyListCorpus, WideValuesAreThoseThatPlistlibWrote)
 {
     NoLeaks noLeaks;
     Owned<PLTypeRef> every (Read (Data ("plistlib/dict_every_type.xml"), 0));
-    ASSERT_EQ (PLGetTypeID (every), PLDictionaryGetTypeID ());
     uint64_t big = 0;
     int64_t integer = 0;
     EXPECT_EQ (PLNumberGetType (ValueOf<PLNumberRef> (every, "big")), kPLNumberUInt64Type);
     EXPECT_TRUE (PLNumberGetValue (ValueOf<PLNumberRef> (every, "big"), kPLNumberUInt64Type, &big) && big == UINT64_MAX);
     EXPECT_TRUE (PLNumberGetValue (ValueOf<PLNumberRef> (every, "integer"), kPLNumberSInt64Type, &integer) && integer == -42);
-    EXPECT_EQ (Units (ValueOf<PLStringRef> (every, "unicode")), u"Grüße \U0001F600");
     EXPECT_EQ (PLDateGetAbsoluteTime (ValueOf<PLDateRef> (every, "date")), 731245384.0);
-    PLDataRef data = ValueOf<PLDataRef> (every, "data");
-    EXPECT_TRUE (PLDataGetLength (data) == 4 && PLDataGetBytePtr (data) [3] == 0xFF);
-    EXPECT_EQ (ValueOf (every, "true"), static_cast<PLTypeRef> (kPLBooleanTrue));
-    Owned<PLTypeRef> zero (Read (Data ("plistlib/real_minus_zero.binary"), 0));
-    double real = 0;
-    PLNumberGetValue (static_cast<PLNumberRef> (zero.Get ()), kPLNumberFloat64Type, &real);
-    EXPECT_TRUE (std::signbit (real));
     Owned<PLTypeRef> first (Read (Data ("plistlib/date_first.xml"), 0));
     EXPECT_EQ (PLDateGetAbsoluteTime (static_cast<PLDateRef> (first.Get ())), -63113904000.0);
 }

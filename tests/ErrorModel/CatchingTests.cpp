@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <regex>
@@ -137,13 +138,8 @@ TEST (Catching, ThreadsDescribeAtTheSameTime)
         thread.join ();
     EXPECT_EQ (bad.load (), 0);
     std::vector<std::string> lines = log.Messages ();
-    int caughtLines = 0;
-    for (const std::string & line : lines)
-        if (line.compare (0, 16, "Handler: caught ") == 0) {
-            ++caughtLines;
-            std::string::size_type trace = line.find ("stack trace:\n");
-            EXPECT_TRUE (trace != std::string::npos && WellFormedTrace (line.substr (trace + 13))) << line;
-        }
-    EXPECT_EQ (caughtLines, kThreads * kRounds);
+    EXPECT_EQ (std::count_if (lines.begin (), lines.end (), [] (const std::string & line) {
+        return line.compare (0, 16, "Handler: caught ") == 0 && WellFormedTrace (line.substr (line.find ("stack trace:\n") + 13));
+    }), kThreads * kRounds);
     EXPECT_EQ (lines.size (), 2u * kThreads * kRounds);
 }

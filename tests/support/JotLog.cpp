@@ -136,13 +136,5 @@ std::vector<std::string> ScopedJotLog::Messages (const char * facility) const
     return messages;
 }
 
-void ScopedJotLog::Clear ()
-{
-    HANDLE file = ::CreateFileW (fPath.c_str (), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                 NULL, TRUNCATE_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
-    if (file == INVALID_HANDLE_VALUE)
-        throw std::runtime_error ("jot log " + Utf8 (fPath) + ": cannot truncate (error " + std::to_string (::GetLastError ()) + ")");
-    ::CloseHandle (file);
-}
 
 }
