@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <functional>
 #include <regex>
 #include <stdexcept>
 #include <string>
@@ -37,7 +36,8 @@ struct Caught {
     std::string fLine;
 };
 
-Caught CatchWith (const std::function<void ()> & raise)
+template <typename Raise>
+Caught CatchWith (Raise raise)
 {
     SkerryTest::ScopedJotLog log;
     try {
@@ -56,7 +56,7 @@ Caught CatchWith (const std::function<void ()> & raise)
 TEST (Catching, EachKindHasItsClause)
 {
     const long kFail = long (0x80004005);
-    const struct { std::function<void ()> fRaise; std::string fType, fMessage; long fDescribed, fTranslated; std::string fLine; } cases [] = {
+    const struct { void (* fRaise) (); std::string fType, fMessage; long fDescribed, fTranslated; std::string fLine; } cases [] = {
         { [] { ThrowStringFunc ("Thrower", "ThrowSource", 12, "broken"); }, "String", "broken", kFail, kFail,
           "Catcher: caught String exception on line 77 of file CatchSource;\nthrown from function Thrower on line 12 of file "
           "ThrowSource:\n\tbroken\nstack trace:\n" },

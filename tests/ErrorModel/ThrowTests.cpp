@@ -76,11 +76,12 @@ TEST (Throw, SiteAndAssertionFormsReportTheNamedSite)
     });
     EXPECT_STREQ (assertion.fMessage, "assertion failed: s.length ( ) == std::string::size_type (s.length ( ) + 1)");
     Site (assertion, "Skerry::Example::Check", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (assertLine));
-    Site (Caught<Win32> ([&] {
+    Win32 thrown = Caught<Win32> ([&] {
         SKERRY_SITE ("ConstructKey");
         throwLine = __LINE__ + 1;
         SKERRY_THROW_WIN32 (5);
-    }), "ConstructKey", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (throwLine));
+    });
+    Site (thrown, "ConstructKey", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (throwLine));
     // A true condition costs nothing and says nothing.
     SKERRY_SITE ("Quiet");
     SKERRY_ASSERT (s.size () == 3);
