@@ -32,6 +32,17 @@ std::string ProgramDirectory ()
     return directory.substr (0, directory.rfind ('\\') + 1);
 }
 
+const char * const kSDK = "TolvaneApplicationSupportSDK", * kPath = "_NT_SYMBOL_PATH", * kAlternate = "_NT_ALTERNATE_SYMBOL_PATH";
+
+// Sets the variables given and removes the others that start-up reads.
+void SetVariables (const std::vector<std::pair<const char *, const char *>> & variables)
+{
+    for (const char * name : { kSDK, kPath, kAlternate })
+        ::SetEnvironmentVariableA (name, NULL);
+    for (const auto & v : variables)
+        ::SetEnvironmentVariableA (v.first, v.second);
+}
+
 StackTrace OneFrame ()
 {
     StackTrace trace;
@@ -70,7 +81,6 @@ TEST (InChild, StartUpFailuresAreRepeated)
 
     // Each refused start-up reads the environment and assembles the search path anew.
     std::string longValue (300, 'x');
-    const char * const kSDK = "TolvaneApplicationSupportSDK", * kPath = "_NT_SYMBOL_PATH", * kAlternate = "_NT_ALTERNATE_SYMBOL_PATH";
     const struct { std::vector<std::pair<const char *, const char *>> fVariables; std::string fPath; } cases [] = {
         { {}, "" },
         { { { kSDK, "C:\\SDK\\" }, { kPath, "srv*C:\\symbols" }, { kAlternate, longValue.c_str () } },
@@ -79,10 +89,7 @@ TEST (InChild, StartUpFailuresAreRepeated)
         { { { kSDK, "C:\\SDK" }, { kAlternate, "D:\\alt" } }, ";C:\\SDKbin\\;D:\\alt" },
     };
     for (const auto & c : cases) {
-        for (const char * name : { kSDK, kPath, kAlternate })
-            ::SetEnvironmentVariableA (name, NULL);
-        for (const auto & v : c.fVariables)
-            ::SetEnvironmentVariableA (v.first, v.second);
+        SetVariables (c.fVariables);
         ::SetLastError (ERROR_FILE_NOT_FOUND);
         expectFailure (87, "MySymInitialize");
         EXPECT_EQ (paths.back (), ProgramDirectory () + c.fPath);
@@ -90,7 +97,7 @@ TEST (InChild, StartUpFailuresAreRepeated)
     // The preference comes before the variables.
     PLStringRef key = __PLStringMakeConstantString ("TolvaneInternalSymbolServerPath");
     PLPreferencesSetAppValue (key, __PLStringMakeConstantString ("\\\\server\\symbols"), kPLPreferencesCurrentApplication);
-    ::SetEnvironmentVariableA (kPath, "C:\\symbols");
+    SetVariables ({ { kPath, "C:\\symbols" } });
     refuse = false;
     EXPECT_EQ (OneFrame ().Symbolicate ().find ("ErrorModelTests.exe"), 0u);
     PLPreferencesSetAppValue (key, NULL, kPLPreferencesCurrentApplication);

@@ -62,8 +62,6 @@ std::vector<std::string> LinesOf (std::vector<void *> addresses)
     return Lines (trace.Symbolicate ());
 }
 
-// Addresses taken at run time: namespace-scope constants of these addresses made the suite's
-// symbolication crash under Wine.
 void * InProgram () { return reinterpret_cast<void *> (&Skerry::Example::ThrowFromNamedFunction); }
 void * InLibrary () { return reinterpret_cast<void *> (&ThrowStringFunc); }
 
