@@ -1,15 +1,13 @@
 #include "PlinthTest.h"
 
-#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #ifdef _WIN32
 #include <windows.h>
-#else
-#include <dirent.h>
-#include <unistd.h>
 #endif
 
 namespace PlinthTest {
@@ -32,54 +30,32 @@ std::u16string Units (PLStringRef string)
     return units;
 }
 
-ScratchPreferences::ScratchPreferences ()
+void SetVariable (char const * name, char const * value)
 {
 #ifdef _WIN32
-    char base [MAX_PATH];
-    ::GetTempPathA (MAX_PATH, base);
-    static unsigned sequence = 0;
-    fDirectory = std::string (base) + "PlinthTest" + std::to_string (::GetCurrentProcessId ()) + "-"
-        + std::to_string (++sequence);
-    ::CreateDirectoryA (fDirectory.c_str (), nullptr);
-    ::SetEnvironmentVariableA ("PLINTH_PREFERENCES_DIRECTORY", fDirectory.c_str ());
+    ::SetEnvironmentVariableA (name, value);
 #else
-    char pattern [] = "/tmp/PlinthTestXXXXXX";
-    fDirectory = mkdtemp (pattern);
-    setenv ("PLINTH_PREFERENCES_DIRECTORY", fDirectory.c_str (), 1);
+    value == nullptr ? unsetenv (name) : setenv (name, value, 1);
 #endif
+}
+
+ScratchPreferences::ScratchPreferences ()
+    : fDirectory ((std::filesystem::temp_directory_path () / ("PlinthTest" + std::to_string (std::random_device () ()))).string ())
+{
+    std::filesystem::create_directory (fDirectory);
+    SetVariable ("PLINTH_PREFERENCES_DIRECTORY", fDirectory.c_str ());
 }
 
 ScratchPreferences::~ScratchPreferences ()
 {
-#ifdef _WIN32
-    WIN32_FIND_DATAA found;
-    HANDLE search = ::FindFirstFileA ((fDirectory + "\\*").c_str (), &found);
-    if (search != INVALID_HANDLE_VALUE) {
-        do
-            ::DeleteFileA ((fDirectory + "\\" + found.cFileName).c_str ());
-        while (::FindNextFileA (search, &found));
-        ::FindClose (search);
-    }
-    ::RemoveDirectoryA (fDirectory.c_str ());
-    ::SetEnvironmentVariableA ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
-#else
-    if (DIR * directory = opendir (fDirectory.c_str ())) {
-        while (dirent * entry = readdir (directory))
-            std::remove ((fDirectory + "/" + entry->d_name).c_str ());
-        closedir (directory);
-    }
-    rmdir (fDirectory.c_str ());
-    unsetenv ("PLINTH_PREFERENCES_DIRECTORY");
-#endif
+    std::error_code ignored;
+    std::filesystem::remove_all (fDirectory, ignored);
+    SetVariable ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
 }
 
 std::string ScratchPreferences::File (char const * name) const
 {
-#ifdef _WIN32
-    return fDirectory + "\\" + name;
-#else
-    return fDirectory + "/" + name;
-#endif
+    return (std::filesystem::path (fDirectory) / name).string ();
 }
 
 void ScratchPreferences::WriteFile (std::string const & path, std::string const & contents)

@@ -30,8 +30,11 @@ private:
     PLIndex fBefore;
 };
 
-// A fresh directory, with PLINTH_PREFERENCES_DIRECTORY naming it for the scope; removed with its
-// files afterwards.
+// Sets an environment variable of this process, or removes it when `value` is null.
+void SetVariable (char const * name, char const * value);
+
+// A fresh directory, with PLINTH_PREFERENCES_DIRECTORY naming it for the scope; removed with all
+// it holds afterwards.
 class ScratchPreferences {
 public:
     ScratchPreferences ();

@@ -17,12 +17,7 @@ using namespace PlinthTest;
 
 namespace {
 
-std::string Contents (std::string const & path)
-{
-    std::ostringstream contents;
-    contents << std::ifstream (path, std::ios::binary).rdbuf ();
-    return contents.str ();
-}
+std::string Contents (std::string const & path) { return ScratchPreferences::ReadFile (path); }
 
 bool Save (std::string const & path, Plinth::ByteWriter const & bytes)
 {
@@ -92,12 +87,10 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     }
     WriteEveryWay (directory, "generated_refs_4", integers, true, false);
     WriteEveryWay (directory, "generated_strings_4", strings, true, false);
-    std::string trailer = Contents (directory + "/generated_strings_4.binary").substr (
-        Contents (directory + "/generated_strings_4.binary").size () - 26, 2);
-    EXPECT_EQ (trailer, std::string ("\x04\x04", 2));
+    std::string strings4 = Contents (directory + "/generated_strings_4.binary");
+    EXPECT_EQ (strings4.substr (strings4.size () - 26, 2), std::string ("\x04\x04", 2));
 
-    std::string command = "python3 " + data + "/corpus.py verify " + directory + " 2>&1";
-    FILE * pipe = popen (command.c_str (), "r");
+    FILE * pipe = popen (("python3 " + data + "/corpus.py verify " + directory + " 2>&1").c_str (), "r");
     ASSERT_NE (pipe, nullptr);
     std::string output;
     char buffer [4096];

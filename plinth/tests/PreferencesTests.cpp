@@ -4,12 +4,6 @@
 
 #include <cstdlib>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <unistd.h>
-#endif
-
 using namespace PlinthTest;
 
 namespace {
@@ -25,6 +19,11 @@ std::string StringValue (PLStringRef key, PLStringRef application = kApplication
     return UTF8 (static_cast<PLStringRef> (value.Get ()));
 }
 
+std::string Magic (std::string const & path)
+{
+    return ScratchPreferences::ReadFile (path).substr (0, 8);
+}
+
 }
 
 TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
@@ -38,7 +37,7 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
     EXPECT_EQ (PLGetRetainCount (path), 1);
-    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthPreferencesTest.plist")).substr (0, 8), "bplist00");
+    EXPECT_EQ (Magic (scratch.File ("PlinthPreferencesTest.plist")), "bplist00");
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
 
     // Another writer's keys stay when this process synchronizes its own change.
@@ -47,17 +46,11 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     PLPreferencesSetAppValue (PLSTR ("Path"), nullptr, kApplication);
     EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
-    EXPECT_EQ (StringValue (PLSTR ("Other")), "x");
-    Owned<PLArrayRef> keys (PLPreferencesCopyKeyList (kApplication));
-    EXPECT_EQ (PLArrayGetCount (keys), 1);
+    EXPECT_EQ (StringValue (PLSTR ("Path")) + StringValue (PLSTR ("Other")), "(none)x");
+    EXPECT_EQ (PLArrayGetCount (Owned<PLArrayRef> (PLPreferencesCopyKeyList (kApplication))), 1);
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));   // nothing pending: nothing to do
-}
 
-TEST (Preferences, EveryPropertyListKindSurvivesTheFile)
-{
-    ScratchPreferences scratch;
-    NoLeaks noLeaks;
+    // Every property-list kind survives the file.
     int64_t integer = -1234567890123ll;
     double real = 0.1;
     uint8_t bytes [] = { 0, 1, 0xFF };
@@ -66,28 +59,39 @@ TEST (Preferences, EveryPropertyListKindSurvivesTheFile)
     Owned<PLDataRef> c (PLDataCreate (kPLAllocatorDefault, bytes, 3));
     Owned<PLDateRef> d (PLDateCreate (kPLAllocatorDefault, 12.5));
     Owned<PLStringRef> e (CreateString (u8"\u00E4\U0001F600"));
-    void const * items [] = { a.Get (), b.Get (), c.Get (), d.Get (), e.Get (), kPLBooleanTrue };
-    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 6, &kPLTypeArrayCallBacks));
-    void const * keys [] = { PLSTR ("list"), PLSTR ("flag") };
-    void const * values [] = { array.Get (), kPLBooleanFalse };
-    Owned<PLDictionaryRef> tree (PLDictionaryCreate (kPLAllocatorDefault, keys, values, 2,
-        &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks));
-    PLPreferencesSetAppValue (PLSTR ("Tree"), tree, kApplication);
+    void const * items [] = { a.Get (), b.Get (), c.Get (), d.Get (), e.Get (), kPLBooleanTrue, kPLBooleanFalse };
+    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 7, &kPLTypeArrayCallBacks));
+    PLPreferencesSetAppValue (PLSTR ("Tree"), array, kApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
     Owned<PLTypeRef> back (PLPreferencesCopyAppValue (PLSTR ("Tree"), kApplication));
-    EXPECT_NE (back.Get (), tree.Get ());
-    EXPECT_TRUE (PLEqual (back, tree));
+    EXPECT_NE (back.Get (), array.Get ());
+    EXPECT_TRUE (PLEqual (back, array));
 }
 
-TEST (Preferences, TheCurrentApplicationIsTheExecutableName)
+TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
 {
     ScratchPreferences scratch;
     PLPreferencesSetAppValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("srv*c:\\sym"),
         kPLPreferencesCurrentApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kPLPreferencesCurrentApplication));
-    EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("PlinthTests.plist")).substr (0, 8), "bplist00");
+    EXPECT_EQ (Magic (scratch.File ("PlinthTests.plist")), "bplist00");
     EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("PlinthTests")), "srv*c:\\sym");
-    EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), kPLPreferencesCurrentApplication), "srv*c:\\sym");
+
+    // Without redirection, preferences live in the user's application data (here the scratch
+    // directory stands for the user's own).
+#ifdef _WIN32
+    char const * variable = "APPDATA", * under = "\\Plinth\\Preferences\\";
+#else
+    char const * variable = "HOME", * under = "/.config/Plinth/Preferences/";
+#endif
+    char const * previous = std::getenv (variable);
+    std::string kept = previous == nullptr ? "" : previous;
+    SetVariable ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
+    SetVariable (variable, scratch.Directory ().c_str ());
+    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    SetVariable (variable, previous == nullptr ? nullptr : kept.c_str ());
+    EXPECT_EQ (Magic (scratch.Directory () + under + "PlinthPreferencesTest.plist"), "bplist00");
 }
 
 TEST (Preferences, RefusedNamesValuesAndFiles)
@@ -115,45 +119,8 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
     PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
     ScratchPreferences::WriteFile (file, "");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-}
 
-TEST (Preferences, WithoutRedirectionTheyLiveInTheUsersApplicationData)
-{
-    ScratchPreferences scratch;   // a directory to stand for the user's own
-#ifdef _WIN32
-    char previous [32768] = {};
-    bool had = ::GetEnvironmentVariableA ("APPDATA", previous, sizeof previous) != 0;
-    ::SetEnvironmentVariableA ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
-    ::SetEnvironmentVariableA ("APPDATA", scratch.Directory ().c_str ());
-    std::string expected = scratch.Directory () + "\\Plinth\\Preferences\\PlinthPreferencesTest.plist";
-#else
-    char const * home = std::getenv ("HOME");
-    std::string previous = home == nullptr ? "" : home;
-    bool had = home != nullptr;
-    unsetenv ("PLINTH_PREFERENCES_DIRECTORY");
-    setenv ("HOME", scratch.Directory ().c_str (), 1);
-    std::string expected = scratch.Directory () + "/.config/Plinth/Preferences/PlinthPreferencesTest.plist";
-#endif
-    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
-    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    EXPECT_EQ (ScratchPreferences::ReadFile (expected).substr (0, 8), "bplist00");
-    std::remove (expected.c_str ());
-#ifdef _WIN32
-    ::SetEnvironmentVariableA ("APPDATA", had ? previous : nullptr);
-    for (char const * level : { "\\Plinth\\Preferences", "\\Plinth" })
-        ::RemoveDirectoryA ((scratch.Directory () + level).c_str ());
-#else
-    if (had)
-        setenv ("HOME", previous.c_str (), 1);
-    for (char const * level : { "/.config/Plinth/Preferences", "/.config/Plinth", "/.config" })
-        rmdir ((scratch.Directory () + level).c_str ());
-#endif
-}
-
-TEST (Preferences, DamagedFilesReadAsNothingWithoutHarm)
-{
-    ScratchPreferences scratch;
-    NoLeaks noLeaks;
+    // Every cut and many changed bytes of a good file: each read gives a whole value or nothing.
     int64_t number = 7;
     Owned<PLNumberRef> seven (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &number));
     void const * items [] = { PLSTR ("text"), seven.Get (), kPLBooleanTrue };
@@ -161,22 +128,16 @@ TEST (Preferences, DamagedFilesReadAsNothingWithoutHarm)
     PLPreferencesSetAppValue (PLSTR ("list"), array, kApplication);
     PLPreferencesSetAppValue (PLSTR ("name"), PLSTR ("value"), kApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    std::string file = scratch.File ("PlinthPreferencesTest.plist");
     std::string good = ScratchPreferences::ReadFile (file);
-    // Every cut and many changed bytes: each read gives a whole value or nothing.
     unsigned seed = 12345;
     for (std::size_t variant = 0; variant < good.size () + 200; ++variant) {
         std::string bad = good;
         if (variant < good.size ())
             bad.resize (variant);
-        else {
-            seed = seed * 1103515245 + 12345;
-            bad [8 + (seed >> 8) % (good.size () - 8)] = char (seed >> 20);
-        }
+        else
+            seed = seed * 1103515245 + 12345, bad [8 + (seed >> 8) % (good.size () - 8)] = char (seed >> 20);
         ScratchPreferences::WriteFile (file, bad);
         Owned<PLTypeRef> list (PLPreferencesCopyAppValue (PLSTR ("list"), kApplication));
-        if (list.Get () != nullptr) {
-            EXPECT_EQ (PLGetTypeID (list), PLArrayGetTypeID ());
-        }
+        EXPECT_TRUE (list.Get () == nullptr || PLGetTypeID (list) == PLArrayGetTypeID ());
     }
 }

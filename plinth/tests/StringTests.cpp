@@ -62,8 +62,8 @@ TEST (String, InvalidBytesAndUnknownEncodingsGiveNull)
     };
     for (auto const & c : cases)
         EXPECT_EQ (FromBytes (c.first, c.second), nullptr) << std::hex << c.second;
-    EXPECT_EQ (PLStringCreateWithBytes (kPLAllocatorDefault, nullptr, 1, kPLStringEncodingASCII, false), nullptr);
-    EXPECT_EQ (PLStringCreateWithBytes (kPLAllocatorDefault, nullptr, -1, kPLStringEncodingASCII, false), nullptr);
+    for (PLIndex length : { 1, -1 })
+        EXPECT_EQ (PLStringCreateWithBytes (kPLAllocatorDefault, nullptr, length, kPLStringEncodingASCII, false), nullptr);
     EXPECT_EQ (PLStringCreateWithCharacters (kPLAllocatorDefault, nullptr, -1), nullptr);
     EXPECT_FALSE (PLStringIsEncodingAvailable (0x0C000100));
 }
@@ -92,51 +92,37 @@ TEST (String, EncodingWritesMarksAndLossBytes)
     EXPECT_EQ (PLStringGetMaximumSizeForEncoding (10, kPLStringEncodingUTF8), 30);
 }
 
-TEST (String, CStringsAreWholeAndTerminatedOrNothing)
+TEST (String, CStringsNoCopySubstringsAndCharacters)
 {
     NoLeaks noLeaks;
     char buffer [8];
-    Owned<PLStringRef> ascii (CreateString ("C:\\sym"));
+    Owned<PLStringRef> ascii (CreateString ("C:\\sym")), wide (CreateString (u8"\u00E4"));
     EXPECT_TRUE (PLStringGetCString (ascii, buffer, 7, kPLStringEncodingASCII));
     EXPECT_STREQ (buffer, "C:\\sym");
-    EXPECT_FALSE (PLStringGetCString (ascii, buffer, 6, kPLStringEncodingASCII));   // no room for the zero
-    EXPECT_STREQ (buffer, "");
-    Owned<PLStringRef> wide (CreateString (u8"\u00E4"));
-    EXPECT_FALSE (PLStringGetCString (wide, buffer, 8, kPLStringEncodingASCII));
-    EXPECT_STREQ (buffer, "");
+    // Whole and terminated, or nothing: no room for the zero, or a character the encoding lacks.
+    EXPECT_FALSE (PLStringGetCString (ascii, buffer, 6, kPLStringEncodingASCII) || *buffer);
+    EXPECT_FALSE (PLStringGetCString (wide, buffer, 8, kPLStringEncodingASCII) || *buffer);
     EXPECT_TRUE (PLStringGetCString (wide, buffer, 8, kPLStringEncodingUTF8));
     EXPECT_STREQ (buffer, "\xC3\xA4");
     EXPECT_FALSE (PLStringGetCString (wide, buffer, 8, kPLStringEncodingUTF16));
     EXPECT_FALSE (PLStringGetCString (nullptr, buffer, 8, kPLStringEncodingASCII));
-}
 
-TEST (String, NoCopyStringsReadInPlaceAndFreeOnlyWhenAsked)
-{
-    NoLeaks noLeaks;
+    // No-copy units are read in place, and freed with the string only when given to an allocator
+    // (the sanitizer's leak and double-free checks watch this natively).
     PLUniChar units [] = { 'a', 'b' };
     Owned<PLStringRef> borrowed (PLStringCreateWithCharactersNoCopy (kPLAllocatorDefault, units, 2, kPLAllocatorNull));
+    Owned<PLStringRef> copy (PLStringCreateWithCharacters (kPLAllocatorDefault, units, 2));
     units [0] = 'z';
-    EXPECT_EQ (Units (borrowed), u"zb");
-    // Given to the default allocator, the units are freed with the string (the sanitizer's leak
-    // check and double-free check watch this natively).
+    EXPECT_EQ (Units (borrowed) + Units (copy), u"zbab");
     PLUniChar * owned = static_cast<PLUniChar *> (std::malloc (2 * sizeof (PLUniChar)));
     owned [0] = 'o';
     owned [1] = 'k';
     Owned<PLStringRef> adopted (PLStringCreateWithCharactersNoCopy (kPLAllocatorDefault, owned, 2, kPLAllocatorDefault));
     EXPECT_EQ (Units (adopted), u"ok");
-    Owned<PLStringRef> copy (PLStringCreateWithCharacters (kPLAllocatorDefault, units, 2));
-    units [0] = 'y';
-    EXPECT_EQ (Units (copy), u"zb");
-}
 
-TEST (String, SubstringsAndCharacters)
-{
-    NoLeaks noLeaks;
     Owned<PLStringRef> s (CreateString ("abcdef"));
-    Owned<PLStringRef> middle (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (2, 3)));
-    EXPECT_EQ (Units (middle), u"cde");
-    Owned<PLStringRef> empty (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (6, 0)));
-    EXPECT_EQ (PLStringGetLength (empty), 0);
+    EXPECT_EQ (Units (Owned<PLStringRef> (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (2, 3)))), u"cde");
+    EXPECT_EQ (Units (Owned<PLStringRef> (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (6, 0)))), u"");
     EXPECT_EQ (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (4, 3)), nullptr);
     EXPECT_EQ (PLStringCreateWithSubstring (kPLAllocatorDefault, s, PLRangeMake (-1, 2)), nullptr);
     EXPECT_EQ (PLStringGetCharacterAtIndex (s, 5), u'f');
@@ -144,8 +130,7 @@ TEST (String, SubstringsAndCharacters)
     PLUniChar untouched [2] = { 'x', 'x' };
     PLStringGetCharacters (s, PLRangeMake (5, 2), untouched);
     EXPECT_EQ (untouched [0], u'x');
-    EXPECT_TRUE (PLStringHasPrefix (s, PLSTR ("abc")));
-    EXPECT_TRUE (PLStringHasSuffix (s, PLSTR ("def")));
+    EXPECT_TRUE (PLStringHasPrefix (s, PLSTR ("abc")) && PLStringHasSuffix (s, PLSTR ("def")));
     EXPECT_FALSE (PLStringHasSuffix (s, PLSTR ("abcdefg")));
     // Operations of strings answer something harmless for other kinds.
     EXPECT_EQ (PLStringGetLength (static_cast<PLStringRef> (static_cast<void const *> (kPLBooleanTrue))), 0);

@@ -20,21 +20,17 @@ const char kFunction [] = "Skerry::Miscellany::EnsureLibrary";
 
 }
 
-TEST (EnsureLibrary, FilledSlotMakesNoCall)
-{
-    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
-    void * slot = reinterpret_cast<void *> (0x12340000);
-    EXPECT_EQ (EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
-    EXPECT_EQ (load.Calls (), 0u);
-}
-
-TEST (EnsureLibrary, LoadsOnceAndKeepsTheModule)
+TEST (EnsureLibrary, LoadsOnceAndAFilledSlotMakesNoCall)
 {
     void * slot = nullptr;
     HMODULE version = EnsureLibrary (L"version", slot);
     EXPECT_EQ (version, ::GetModuleHandleW (L"version.dll"));
     EXPECT_EQ (slot, version);
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
     EXPECT_EQ (EnsureLibrary (L"version", slot), version);
+    slot = reinterpret_cast<void *> (0x12340000);
+    EXPECT_EQ (EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
+    EXPECT_EQ (load.Calls (), 0u);
 }
 
 TEST (EnsureLibrary, PlatformFailuresRaiseWin32)

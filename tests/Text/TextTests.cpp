@@ -27,13 +27,11 @@ std::string Reference (const std::string & bytes)
 {
     static const char kAlphabet [] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string flat, lines;
-    for (size_t i = 0; i < bytes.size (); i += 3) {
-        unsigned group = 0;
-        for (size_t k = 0; k < 3; ++k)
-            group = group << 8 | (i + k < bytes.size () ? static_cast<unsigned char> (bytes [i + k]) : 0);
-        for (size_t k = 0; k < 4; ++k)
-            flat += i + k <= bytes.size () ? kAlphabet [(group >> (18 - 6 * k)) & 63] : '=';
+    for (size_t i = 0; i < bytes.size () * 8; i += 6) {
+        unsigned bits = static_cast<unsigned char> (bytes [i / 8]) << 8 | (i / 8 + 1 < bytes.size () ? static_cast<unsigned char> (bytes [i / 8 + 1]) : 0);
+        flat += kAlphabet [(bits >> (10 - i % 8)) & 63];
     }
+    flat.append ((4 - flat.size () % 4) % 4, '=');
     for (size_t i = 0; i < flat.size (); i += 64)
         lines += flat.substr (i, 64) + "\r\n";
     return lines;
@@ -139,10 +137,9 @@ TEST (CodePages, KnownSequencesWithNullsInside)
             sample.fWide);
         EXPECT_EQ (ANSIStringFromWide (sample.fWide, sample.fCodePage), sample.fNarrow);
     }
-    auto wide = [] { WideStringFromANSI text ("a", 1, 12345); };
-    EXPECT_EQ (SkerryTest::Expect<Win32> (wide, kToWide, "StringUtilities").fCode, 87ul);
-    auto narrow = [] { ANSIStringFromWide text (L"a", 1, 12345); };
-    EXPECT_EQ (SkerryTest::Expect<Win32> (narrow, kToANSI, "StringUtilities").fCode, 87ul);
+    // An unknown code page, and no text.
+    EXPECT_EQ (SkerryTest::Expect<Win32> ([] { WideStringFromANSI t ("a", 1, 12345); }, kToWide, "StringUtilities").fCode, 87ul);
+    EXPECT_EQ (SkerryTest::Expect<Win32> ([] { ANSIStringFromWide t (L"a", 1, 12345); }, kToANSI, "StringUtilities").fCode, 87ul);
     SkerryTest::ExpectAssertion ([] { WideStringFromANSI t (nullptr, 1); }, "assertion failed: s", kToWide, "StringUtilities");
     SkerryTest::ExpectAssertion ([] { ANSIStringFromWide t (nullptr, 1); }, "assertion failed: w", kToANSI, "StringUtilities");
 }

@@ -44,13 +44,9 @@ ChildResult RunInChild (const char * testName)
     wchar_t exe [MAX_PATH];
     if (::GetModuleFileNameW (NULL, exe, MAX_PATH) == 0)
         throw std::runtime_error ("RunInChild: GetModuleFileNameW failed");
-    std::wstring commandLine = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter=";
-    for (const char * c = kSuite; *c; ++c)
-        commandLine += wchar_t (*c);
-    commandLine += L'.';
-    for (const char * c = testName; *c; ++c)
-        commandLine += wchar_t (*c);
-
+    std::string test = std::string (kSuite) + "." + testName;
+    std::wstring commandLine = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter="
+        + std::wstring (test.begin (), test.end ());
     ScopedJotLog log;   // the child inherits JOT_LOG_FILE
     std::fflush (stdout);
     STARTUPINFOW startup {};
@@ -60,11 +56,9 @@ ChildResult RunInChild (const char * testName)
         throw std::runtime_error ("RunInChild: CreateProcessW failed");
     ::WaitForSingleObject (process.hProcess, INFINITE);
     ChildResult result;
-    DWORD status = 0;
-    ::GetExitCodeProcess (process.hProcess, &status);
+    ::GetExitCodeProcess (process.hProcess, &result.fExitCode);
     ::CloseHandle (process.hThread);
     ::CloseHandle (process.hProcess);
-    result.fExitCode = status;
     result.fLog = log.Records ();
     return result;
 }

@@ -1,20 +1,9 @@
 // Scenarios that must run in a process of their own: the fatal paths, which end the process with
 // _exit (1), and anything that depends on process-wide first use (the throw guard's slot, the
-// capture function).
-//
-// A scenario is an ordinary test in a suite named InChild; the suite's main leaves it out of
-// normal runs. RunInChild starts this executable again for that one test, with JOT_LOG_FILE
-// naming a fresh log, and gives back the exit status and the log's records:
-//
-//     TEST (InChild, GuardSlotFails) { ... }          // runs only in the child
-//     TEST (Guard, SlotFails)
-//     {
-//         SkerryTest::ChildResult child = SkerryTest::RunInChild ("GuardSlotFails");
-//         EXPECT_EQ (child.fExitCode, 1u);
-//     }
-//
-// A child whose own checks fail exits with kChildTestFailed, so that a failed scenario is never
-// mistaken for the library's exit status 1.
+// capture function). A scenario is an ordinary test in the suite InChild, which the suite's main
+// leaves out of normal runs; RunInChild starts this executable again for that one test, with
+// JOT_LOG_FILE naming a fresh log, and gives back the exit status and the log's records. A child
+// whose own checks fail exits with kChildTestFailed, never to be mistaken for the library's 1.
 #ifndef SKERRY_TEST_CHILD_PROCESS
 #define SKERRY_TEST_CHILD_PROCESS
 

@@ -1,19 +1,14 @@
 #include "Interposer.h"
 
 #include <cstring>
+#include <cwchar>
 #include <string>
 
 namespace SkerryTest {
 
 namespace {
 
-std::string Narrow (const wchar_t * text)
-{
-    std::string result;
-    for (; *text; ++text)
-        result += char (*text);
-    return result;
-}
+std::string Narrow (const wchar_t * text) { return std::string (text, text + std::wcslen (text)); }
 
 }
 

@@ -2,24 +2,16 @@
 // one module (LibSkerry.dll unless said otherwise), by patching that module's import address
 // table. While the interposer lives, a test can count the calls, see their arguments, make calls
 // fail with a chosen result and last error, or replace the function; the destructor puts the
-// original entry back.
+// original entry back. Only calls through the patched module's imports are seen: the library's
+// own calls, not the test's. Each interposed function has one interposer at a time.
 //
 //     SKERRY_INTERPOSE (tlsSet, "KERNEL32.dll", TlsSetValue);
-//     tlsSet.Fail (FALSE, ERROR_ACCESS_DENIED);          // the next call fails
 //     tlsSet.Fail (FALSE, ERROR_ACCESS_DENIED, 1, 1);    // the second call from now fails
-//     EXPECT_EQ (tlsSet.Calls (), 2u);
 //     EXPECT_EQ (std::get<0> (tlsSet.CallArguments () [0]), index);
 //
-// Only calls through the patched module's imports are seen: the library's own calls, not the
-// test's. Each interposed function has one interposer at a time.
-//
-// A module may also call through a pointer of its own instead of an import: the C runtime
-// functions that mingw's import library resolves at run time (_vscprintf, vsprintf_s) are called
-// through the data pointers __imp__vscprintf and __imp_vsprintf_s of each module. The constructor
-// that takes a slot diverts such a pointer:
-//
-//     extern "C" void * _imp___vscprintf;
-//     SkerryTest::Interposer<MeasureTag, int __cdecl (const char *, va_list)> measure (&_imp___vscprintf);
+// A module may also call through a data pointer of its own, as it does for the C runtime
+// functions that mingw resolves at run time (__imp__vscprintf): the constructor that takes a slot
+// diverts such a pointer.
 #ifndef SKERRY_TEST_INTERPOSER
 #define SKERRY_TEST_INTERPOSER
 
@@ -66,11 +58,7 @@ public:
         fReplacement = std::move (replacement);
     }
 
-    unsigned Calls () const
-    {
-        std::lock_guard<std::mutex> lock (fLock);
-        return unsigned (fCalls.size ());
-    }
+    unsigned Calls () const { return unsigned (CallArguments ().size ()); }
 
     std::vector<Arguments> CallArguments () const
     {

@@ -1,13 +1,6 @@
 // Reading what a test made jot write. ScopedJotLog points JOT_LOG_FILE at a fresh temporary file
-// for its lifetime, so that every jot client opened meanwhile appends its records there, and
-// reads them back:
-//
-//     SkerryTest::ScopedJotLog log;
-//     ... code that logs ...
-//     EXPECT_EQ (log.Messages (), std::vector<std::string> { "..." });
-//
-// The environment variable is process-wide, and a jot client reads it when it is opened: records
-// reach the file from clients opened while the ScopedJotLog lives.
+// for its lifetime, and reads back the records of the jot clients opened meanwhile (a client reads
+// the process-wide variable when it is opened).
 #ifndef SKERRY_TEST_JOT_LOG
 #define SKERRY_TEST_JOT_LOG
 
@@ -45,8 +38,6 @@ public:
     std::vector<JotRecord> Records () const;
     // The messages of the records whose facility is `facility` (NULL: records without one).
     std::vector<std::string> Messages (const char * facility = "Exceptions") const;
-    // Empties the file; clients that are open keep appending to it.
-    void Clear ();
 
 private:
     ScopedJotLog (const ScopedJotLog &) = delete;

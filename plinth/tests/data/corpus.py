@@ -4,16 +4,12 @@ other side.
 
     corpus.py make DIR     writes what plistlib makes of every corpus value into DIR (the
                            committed tests/data/plistlib), with index.txt naming the files
-    corpus.py verify DIR   reads with plistlib every file that Plinth wrote into DIR and compares
-                           it with the corpus value its name gives; exits 1 on any mismatch
+    corpus.py verify DIR   reads with plistlib every file that Plinth wrote into DIR (the native
+                           test "Interop") and compares it with the corpus value its name gives
 
-Plinth's side is the native test "Interop": it reads each file of `make`, checks that the
-formats agree, and writes each value back in both formats, in the binary format also with every
-reference and offset width from 1 to 8 bytes, and the large values named here by rule.
-
-File names: NAME.binary and NAME.xml as plistlib wrote them; NAME.wR-O.binary, the binary file
-re-encoded by this script with references of R bytes and offsets of O bytes (plistlib itself
-writes only widths 1, 2 and 4, and reads every width).
+Files: NAME.binary and NAME.xml as plistlib wrote them; NAME.wR-O.binary, the binary file
+re-encoded here with references of R bytes and offsets of O bytes (plistlib writes only widths 1,
+2 and 4, and reads every width).
 """
 import datetime
 import math
@@ -93,16 +89,9 @@ def every_type():
 
 
 # Values that Plinth makes by rule (too large to commit): the test writes them, plistlib checks.
-def generated():
-    return {
-        'generated_refs_4': list(range(70000)),
-        'generated_strings_4': ['s%d' % i for i in range(70000)],
-    }
-
-
-def width_variants():
-    """The corpus entries re-encoded with every reference and offset width."""
-    return ('dict_every_type', 'array_nested', 'string_astral')
+GENERATED = {'generated_refs_4': list(range(70000)), 'generated_strings_4': ['s%d' % i for i in range(70000)]}
+# The corpus entries re-encoded with every reference and offset width.
+WIDTH_VARIANTS = ('dict_every_type', 'array_nested', 'string_astral')
 
 
 def equal(a, b):
@@ -125,102 +114,58 @@ def equal(a, b):
 def reencode(data, ref_width, offset_width):
     """The same objects with references of ref_width and offsets of offset_width bytes."""
     offset_size, ref_size, count, top, table = struct.unpack('>6xBBQQQ', data[-32:])
-    offsets = [int.from_bytes(data[table + i * offset_size:table + (i + 1) * offset_size], 'big')
-               for i in range(count)]
-    objects = [rewrite_object(data, offsets[i], ref_size, ref_width) for i in range(count)]
-    out = bytearray(b'bplist00')
-    new_offsets = []
-    for obj in objects:
-        new_offsets.append(len(out))
-        out += obj
+    out, offsets = bytearray(b'bplist00'), []
+    for i in range(count):
+        at = int.from_bytes(data[table + i * offset_size:table + (i + 1) * offset_size], 'big')
+        offsets.append(len(out))
+        kind, low = data[at] >> 4, data[at] & 15
+        head, n = 1, low
+        if low == 15 and kind > 3:  # the count follows as an integer object
+            size = 1 << (data[at + 1] & 15)
+            head, n = 2 + size, int.from_bytes(data[at + 2:at + 2 + size], 'big')
+        if kind in (0xA, 0xD):  # arrays and dictionaries: their references at the new width
+            out += data[at:at + head]
+            for r in range(n * (2 if kind == 0xD else 1)):
+                start = at + head + r * ref_size
+                out += int.from_bytes(data[start:start + ref_size], 'big').to_bytes(ref_width, 'big')
+        else:
+            out += data[at:at + {0: 1, 1: 1 + (1 << low), 2: 1 + (1 << low), 3: 9}.get(kind, head + n * (2 if kind == 6 else 1))]
     table_start = len(out)
-    for offset in new_offsets:
+    for offset in offsets:
         out += offset.to_bytes(offset_width, 'big')
-    out += struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, table_start)
-    return bytes(out)
-
-
-def rewrite_object(data, at, ref_size, ref_width):
-    marker = data[at]
-    kind, low = marker >> 4, marker & 15
-    if kind not in (0xA, 0xD):
-        return data[at:at + object_length(data, at)]
-    head = 1
-    count = low
-    if low == 15:
-        size = 1 << (data[at + 1] & 15)
-        count = int.from_bytes(data[at + 2:at + 2 + size], 'big')
-        head = 2 + size
-    refs = count * (2 if kind == 0xD else 1)
-    body = bytearray(data[at:at + head])
-    for i in range(refs):
-        start = at + head + i * ref_size
-        body += int.from_bytes(data[start:start + ref_size], 'big').to_bytes(ref_width, 'big')
-    return bytes(body)
-
-
-def object_length(data, at):
-    marker = data[at]
-    kind, low = marker >> 4, marker & 15
-    if kind == 0:
-        return 1
-    if kind in (1, 2):
-        return 1 + (1 << low)
-    if kind == 3:
-        return 9
-    head, count = 1, low
-    if low == 15:
-        size = 1 << (data[at + 1] & 15)
-        count = int.from_bytes(data[at + 2:at + 2 + size], 'big')
-        head = 2 + size
-    return head + count * (2 if kind == 6 else 1)
+    return bytes(out + struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, table_start))
 
 
 # ---- Commands ---------------------------------------------------------------------------------
 
 def make(directory):
     os.makedirs(directory, exist_ok=True)
-    index = []
+    files = {}
     for name, (value, formats) in sorted(corpus().items()):
-        binary = plistlib.dumps(value, fmt=plistlib.FMT_BINARY)
-        write(directory, name + '.binary', binary)
-        index.append(name + '.binary')
+        binary = files[name + '.binary'] = plistlib.dumps(value, fmt=plistlib.FMT_BINARY)
         if 'x' in formats:
-            write(directory, name + '.xml', plistlib.dumps(value, fmt=plistlib.FMT_XML))
-            index.append(name + '.xml')
-        if name in width_variants():
-            for width in range(1, 9):
-                for ref, off in ((width, width), (width, 8), (8, width)):
-                    try:
-                        variant = reencode(binary, ref, off)
-                    except OverflowError:   # the objects or offsets don't fit this width
-                        continue
-                    assert equal(plistlib.loads(variant), value), (name, ref, off)
-                    file = '%s.w%d-%d.binary' % (name, ref, off)
-                    if file not in index:
-                        write(directory, file, variant)
-                        index.append(file)
-    write(directory, 'index.txt', ''.join(line + '\n' for line in index).encode())
-
-
-def write(directory, name, data):
-    with open(os.path.join(directory, name), 'wb') as f:
-        f.write(data)
-
-
-def expected(value):
-    return plistlib.loads(plistlib.dumps(value, fmt=plistlib.FMT_BINARY))
+            files[name + '.xml'] = plistlib.dumps(value, fmt=plistlib.FMT_XML)
+        for width in range(1, 9) if name in WIDTH_VARIANTS else ():
+            for ref, off in ((width, width), (width, 8), (8, width)):
+                try:
+                    variant = reencode(binary, ref, off)
+                except OverflowError:   # the objects or offsets don't fit this width
+                    continue
+                assert equal(plistlib.loads(variant), value), (name, ref, off)
+                files.setdefault('%s.w%d-%d.binary' % (name, ref, off), variant)
+    files['index.txt'] = ''.join(file + '\n' for file in files).encode()
+    for file, data in files.items():
+        with open(os.path.join(directory, file), 'wb') as f:
+            f.write(data)
 
 
 def verify(directory):
     """Every file Plinth wrote: NAME[.wR-O].binary or NAME.xml, NAME from the corpus or generated."""
-    values = {name: value for name, (value, _) in corpus().items()}
-    values.update(generated())
-    reference = {}
-    failures = []
+    values = dict({name: value for name, (value, _) in corpus().items()}, **GENERATED)
+    failures, identical = [], 0
     files = sorted(os.listdir(directory))
     for file in files:
-        name = file.split('.')[0]
+        name, fmt = file.split('.')[0], plistlib.FMT_XML if file.endswith('.xml') else plistlib.FMT_BINARY
         with open(os.path.join(directory, file), 'rb') as f:
             data = f.read()
         try:
@@ -228,33 +173,28 @@ def verify(directory):
         except Exception as e:  # noqa: BLE001 - any failure of plistlib is a mismatch
             failures.append('%s: plistlib failed: %s: %s' % (file, type(e).__name__, e))
             continue
-        fmt = plistlib.FMT_XML if file.endswith('.xml') else plistlib.FMT_BINARY
-        if name not in values:
-            failures.append('%s: not a corpus name' % file)
         # Plinth read the value from plistlib's binary file, so it is compared with what plistlib
         # reads back from that (plistlib merges -0.0 and 0.0 into the first of them).
-        elif not equal(value, expected(values[name])):
+        want = plistlib.loads(plistlib.dumps(values[name], fmt=plistlib.FMT_BINARY)) if name in values else None
+        if name not in values:
+            failures.append('%s: not a corpus name' % file)
+        elif not equal(value, want):
             failures.append('%s: plistlib read %r' % (file, value)[:300])
         elif file.count('.') == 1:
             # The default encoding is plistlib's, byte for byte (its XML has one DOCTYPE line more).
-            theirs = plistlib.dumps(expected(values[name]), fmt=fmt, sort_keys=True)
+            theirs = plistlib.dumps(want, fmt=fmt, sort_keys=True)
             if fmt == plistlib.FMT_XML:
                 theirs = b'\n'.join(line for line in theirs.split(b'\n') if not line.startswith(b'<!DOCTYPE'))
-            reference[file] = theirs == data
-    differing = sorted(f for f, same in reference.items() if not same)
-    for file in differing:
-        failures.append('%s: read back equal, but not byte for byte what plistlib writes' % file)
-    for failure in failures:
-        print(failure)
-    print('verified %d files written by Plinth, %d byte-identical with plistlib, %d failures'
-          % (len(files), len(reference) - len(differing), len(failures)))
+            if theirs == data:
+                identical += 1
+            else:
+                failures.append('%s: read back equal, but not byte for byte what plistlib writes' % file)
+    print('\n'.join(failures + ['verified %d files written by Plinth, %d byte-identical with plistlib, %d failures'
+                                % (len(files), identical, len(failures))]))
     return 1 if failures or not files else 0
 
 
 if __name__ == '__main__':
-    if len(sys.argv) == 3 and sys.argv[1] == 'make':
-        make(sys.argv[2])
-    elif len(sys.argv) == 3 and sys.argv[1] == 'verify':
-        sys.exit(verify(sys.argv[2]))
-    else:
-        sys.exit(__doc__)
+    if len(sys.argv) == 3 and sys.argv[1] in ('make', 'verify'):
+        sys.exit({'make': make, 'verify': verify}[sys.argv[1]](sys.argv[2]))
+    sys.exit(__doc__)
