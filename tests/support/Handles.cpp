@@ -15,4 +15,23 @@ unsigned long OpenHandleCount ()
     return count;
 }
 
+void HandleLeakTest::SetUp ()
+{
+    static const bool sThrownOnce = [] {
+        try {
+            throw 0;
+        }
+        catch (int) {
+        }
+        return true;
+    } ();
+    (void) sThrownOnce;
+    fOpenBefore = OpenHandleCount ();
+}
+
+void HandleLeakTest::TearDown ()
+{
+    EXPECT_EQ (OpenHandleCount (), fOpenBefore) << "open handles before and after the test";
+}
+
 }
