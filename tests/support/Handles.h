@@ -1,8 +1,8 @@
 // Open kernel handles of this process, for leak checks. GetProcessHandleCount can't serve: Wine
 // always reports 0. Every handle value is probed instead; valid ones answer GetHandleInformation.
-// The first C++ throw of a process makes the runtime open handles that stay: HandleLeakTest
-// throws once before its first count. GoogleTest's SCOPED_TRACE opens a handle for good at its
-// first use in a thread: tests that count handles put their context in failure messages instead.
+// The first C++ throw of a process makes the runtime open handles that stay, and so do the first
+// thread, the first named kernel object and the first use of GoogleTest's trace stack:
+// HandleLeakTest does each once before its first count.
 #ifndef SKERRY_TEST_HANDLES
 #define SKERRY_TEST_HANDLES
 
