@@ -12,15 +12,13 @@
 #include <string>
 
 namespace Misc = Skerry::Miscellany;
-using Skerry::Event;
 using Skerry::Exceptions::String;
 using Skerry::Exceptions::Win32;
 using SkerryTest::Expect;
-using SkerryTest::ExpectAssertion;
 
 namespace {
 
-class MiscellanyTest : public SkerryTest::HandleLeakTest {};
+class Miscellany : public SkerryTest::HandleLeakTest {};
 
 // The directory of this test program, with its trailing separator.
 std::wstring ProgramDirectory ()
@@ -30,40 +28,31 @@ std::wstring ProgramDirectory ()
     return program.substr (0, program.rfind (L'\\') + 1);
 }
 
-const unsigned long kReturned = 0xFFFF0000;    // the outcome is the platform's result itself
-
 }
 
-// Every row of the table, for both waits; the multiple wait over three handles.
-TEST_F (MiscellanyTest, WaitOutcomes)
+// Every row of the outcome table, for both waits; the multiple one waits on three handles.
+TEST_F (Miscellany, WaitOutcomes)
 {
+    const unsigned long kReturned = 0;    // the outcome is the platform's result itself
     struct Row {
-        DWORD result;
-        DWORD timeout;
+        DWORD result, timeout;
         bool allowAbandoned;
-        unsigned long outcome;    // kReturned, or the code raised
-        bool skerryError;
+        unsigned long win32, skerry;    // the code raised, if any
     } const rows [] = {
-        { WAIT_FAILED, 0, true, 6, false },
-        { WAIT_TIMEOUT, 10, false, kReturned, false },
-        { WAIT_TIMEOUT, INFINITE, true, 1, true },
-        { WAIT_ABANDONED, 0, true, kReturned, false },
-        { WAIT_ABANDONED + 2, 0, true, kReturned, false },
-        { WAIT_ABANDONED, 0, false, 2, true },
-        { WAIT_ABANDONED + 2, 0, false, 2, true },
-        { WAIT_OBJECT_0, 0, false, kReturned, false },
-        { WAIT_OBJECT_0 + 2, 0, false, kReturned, false },
-        { WAIT_OBJECT_0 + 3, 0, true, ERROR_INTERNAL_ERROR, false },
-        { WAIT_ABANDONED + 3, 0, true, ERROR_INTERNAL_ERROR, false },
-        { WAIT_IO_COMPLETION, 0, true, ERROR_INTERNAL_ERROR, false },
+        { WAIT_FAILED, 0, true, 6, kReturned }, { WAIT_TIMEOUT, 10, false, kReturned, kReturned },
+        { WAIT_TIMEOUT, INFINITE, true, kReturned, 1 }, { WAIT_ABANDONED, 0, true, kReturned, kReturned },
+        { WAIT_ABANDONED + 2, 0, true, kReturned, kReturned }, { WAIT_ABANDONED, 0, false, kReturned, 2 },
+        { WAIT_ABANDONED + 2, 0, false, kReturned, 2 }, { WAIT_OBJECT_0, INFINITE, false, kReturned, kReturned },
+        { WAIT_OBJECT_0 + 2, 0, false, kReturned, kReturned }, { WAIT_OBJECT_0 + 3, 0, true, 1359, kReturned },
+        { WAIT_ABANDONED + 3, 0, true, 1359, kReturned }, { WAIT_IO_COMPLETION, 0, true, 1359, kReturned },
     };
     SKERRY_INTERPOSE (single, "KERNEL32.dll", WaitForSingleObject);
     SKERRY_INTERPOSE (multiple, "KERNEL32.dll", WaitForMultipleObjects);
     void * const handles [3] = {};
-    for (const Row & row : rows) {
+    for (const Row & row : rows)
         for (bool many : { false, true }) {
-            if (! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2))   // one handle
-                continue;
+            if (! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2))
+                continue;    // beyond one handle: a row of its own below
             std::string trace = "result " + std::to_string (row.result) + (many ? ", multiple" : ", single");
             single.Fail (row.result, 6);
             multiple.Fail (row.result, 6);
@@ -73,34 +62,36 @@ TEST_F (MiscellanyTest, WaitOutcomes)
             };
             const char * function = many ? "Skerry::Miscellany::WaitForMultipleObjects"
                                          : "Skerry::Miscellany::WaitForSingleObject";
-            if (row.outcome == kReturned)
-                EXPECT_EQ (wait (), row.result) << trace;
-            else if (row.skerryError)
-                EXPECT_EQ (Expect<Skerry::Exceptions::Skerry> (wait, function, "Utilities").fCode, row.outcome) << trace;
+            if (row.win32 != kReturned)
+                EXPECT_EQ (Expect<Win32> (wait, function, "Utilities").fCode, row.win32) << trace;
+            else if (row.skerry != kReturned)
+                EXPECT_EQ (Expect<Skerry::Exceptions::Skerry> (wait, function, "Utilities").fCode, row.skerry) << trace;
             else
-                EXPECT_EQ (Expect<Win32> (wait, function, "Utilities").fCode, row.outcome) << trace;
+                EXPECT_EQ (wait (), row.result) << trace;
         }
-    }
+    single.Fail (WAIT_ABANDONED + 2, 0);
+    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
+        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 1359ul);
     EXPECT_EQ (std::get<2> (multiple.CallArguments () [0]), FALSE);    // any one handle, never all
 }
 
-// Real handles: signalled, not signalled, the second of two, a bad one; cancelling I/O.
-TEST_F (MiscellanyTest, RealWaitsAndCancellation)
+// Real handles: signalled, not signalled, the second of two, a bad one; cancelling a pipe read.
+TEST_F (Miscellany, RealWaitsAndCancellation)
 {
-    Event quiet (true, false), signalled (true, true);
+    Skerry::Event quiet (true, false), signalled (true, true);
     void * const both [2] = { quiet, signalled };
     EXPECT_EQ (Misc::WaitForSingleObject (signalled, INFINITE, false), WAIT_OBJECT_0);
-    EXPECT_EQ (Misc::WaitForSingleObject (quiet, 0, false), DWORD (WAIT_TIMEOUT));
+    EXPECT_EQ (Misc::WaitForSingleObject (quiet, 0, true), DWORD (WAIT_TIMEOUT));
     EXPECT_EQ (Misc::WaitForMultipleObjects (2, both, 0, false), WAIT_OBJECT_0 + 1);
     EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
         "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 6ul);
 
-    EXPECT_FALSE (Misc::CancelIo (reinterpret_cast<void *> (0x1234), signalled, true));
     const wchar_t name [] = L"\\\\.\\pipe\\SkerryCancelTest";
     HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
     HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     Skerry::Overlapped reading (quiet);
     char buffer [8];
+    EXPECT_FALSE (Misc::CancelIo (reinterpret_cast<void *> (0x1234), signalled, true));
     ::ReadFile (server, buffer, sizeof buffer, nullptr, &reading);
     EXPECT_FALSE (Misc::CancelIo (server, nullptr, true));    // the wait inside raises
     reading.Recycle ();
@@ -110,22 +101,17 @@ TEST_F (MiscellanyTest, RealWaitsAndCancellation)
     ::CloseHandle (server);
 }
 
-TEST_F (MiscellanyTest, GetVersion)
+// 1.2.3.4 from a resource; a file without one, each platform call failing, a wrong fixed block.
+TEST_F (Miscellany, GetVersion)
 {
     std::wstring directory = ProgramDirectory ();
     EXPECT_EQ (Misc::GetVersion (directory + L"VersionedLibrary.dll"), 0x0001000200030004ull);
-
-    // A file without a version resource, each platform call failing, the fixed block made wrong.
     SKERRY_INTERPOSE (info, "VERSION.dll", GetFileVersionInfoW);
     SKERRY_INTERPOSE (query, "VERSION.dll", VerQueryValueW);
     VS_FIXEDFILEINFO wrong {};
     auto giveWrong = [&] (DWORD signature, DWORD structureVersion) {
         wrong.dwSignature = signature, wrong.dwStrucVersion = structureVersion;
-        query.Replace ([&] (LPCVOID, LPCWSTR, LPVOID * result, PUINT length) {
-            *result = &wrong;
-            *length = sizeof wrong;
-            return TRUE;
-        });
+        query.Replace ([&] (LPCVOID, LPCWSTR, LPVOID * result, PUINT) { *result = &wrong; return TRUE; });
     };
     struct {
         const char * message;
@@ -145,50 +131,41 @@ TEST_F (MiscellanyTest, GetVersion)
     }
 }
 
-TEST_F (MiscellanyTest, SequentialUUID)
+TEST_F (Miscellany, SequentialUUIDAndPaths)
 {
     SKERRY_INTERPOSE (create, "RPCRT4.dll", UuidCreateSequential);
     bool localOnly = true;
-    GUID first = Misc::CreateSequentialUUID (&localOnly);
+    EXPECT_NE (Misc::CreateSequentialUUID (&localOnly), Misc::CreateSequentialUUID (nullptr));
     EXPECT_FALSE (localOnly);
-    EXPECT_NE (first, Misc::CreateSequentialUUID (nullptr));
     create.Replace ([&] (UUID * uuid) { create.Original (uuid); return RPC_S_UUID_LOCAL_ONLY; });
+    Misc::CreateSequentialUUID (nullptr);
     Misc::CreateSequentialUUID (&localOnly);
     EXPECT_TRUE (localOnly);
-    Misc::CreateSequentialUUID (nullptr);
     create.Fail (RPC_S_UUID_NO_ADDRESS, 0);
     EXPECT_STREQ (Expect<String> ([] { Misc::CreateSequentialUUID (nullptr); },
         "Skerry::Miscellany::CreateSequentialUUID", "Utilities").fMessage, "UuidCreateSequential failed");
-}
 
-TEST_F (MiscellanyTest, FileSystemObjectExists)
-{
     std::wstring directory = ProgramDirectory ();
     bool isDirectory = true;
-    EXPECT_TRUE (Misc::FileSystemObjectExists (directory + L"LibSkerry.dll", &isDirectory));
-    EXPECT_FALSE (isDirectory);
-    EXPECT_TRUE (Misc::FileSystemObjectExists (directory.c_str (), &isDirectory));
-    EXPECT_TRUE (isDirectory);
-    EXPECT_FALSE (Misc::FileSystemObjectExists (directory + L"missing.dll", &isDirectory));
-    EXPECT_TRUE (isDirectory);
-    EXPECT_TRUE (Misc::FileSystemObjectExists (directory, nullptr));
+    EXPECT_TRUE (Misc::FileSystemObjectExists (directory + L"LibSkerry.dll", &isDirectory) && ! isDirectory);
+    EXPECT_TRUE (Misc::FileSystemObjectExists (directory.c_str (), &isDirectory) && isDirectory);
+    EXPECT_FALSE (Misc::FileSystemObjectExists (directory + L"missing.dll", nullptr));
     EXPECT_EQ (Expect<Win32> ([&] { Misc::FileSystemObjectExists (directory + L"missing\\file", nullptr); },
         "Skerry::Miscellany::FileSystemObjectExists", "Utilities").fCode, 3ul);
 }
 
-TEST_F (MiscellanyTest, ExpandsEnvironmentReferences)
+TEST_F (Miscellany, ExpandsEnvironmentReferences)
 {
+    const char kFunction [] = "Skerry::Miscellany::ExpandEnvironmentStringsW";
     SKERRY_INTERPOSE (expand, "KERNEL32.dll", ExpandEnvironmentStringsW);
     EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L""), L"");
     EXPECT_EQ (expand.Calls (), 0u);
     ::SetEnvironmentVariableW (L"SKERRY_EXPANDED", L"value");
     EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L"a %SKERRY_EXPANDED% b"), L"a value b");
     EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L"plain % text"), L"plain % text");
-    const char kFunction [] = "Skerry::Miscellany::ExpandEnvironmentStringsW";
-    expand.Fail (0, ERROR_NOT_ENOUGH_MEMORY);
+    expand.Fail (0, 8);
     EXPECT_EQ (Expect<Win32> ([] { Misc::ExpandEnvironmentStringsW (L"%PATH%"); }, kFunction, "Utilities").fCode, 8ul);
     expand.Fail (7, 0, 1, 1);    // the environment grew between the two calls
-    ExpectAssertion ([] { Misc::ExpandEnvironmentStringsW (L"%SKERRY_EXPANDED%"); },
+    SkerryTest::ExpectAssertion ([] { Misc::ExpandEnvironmentStringsW (L"%SKERRY_EXPANDED%"); },
         "assertion failed: actualBufferSize == requestedBufferSize", kFunction, "Utilities");
-    ::SetEnvironmentVariableW (L"SKERRY_EXPANDED", nullptr);
 }
