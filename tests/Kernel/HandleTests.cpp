@@ -80,10 +80,13 @@ TEST_F (Kernel, HandleOwnership)
     EXPECT_NE (static_cast<void *> (copy), static_cast<void *> (original));
     std::thread ([&] { copy.Set (); }).join ();
     EXPECT_EQ (::WaitForSingleObject (original, 0), WAIT_OBJECT_0);
-    Handle taken (original, ::GetCurrentProcess ());
-    taken = copy;
-    void * detached = taken.Detach ();
-    EXPECT_FALSE (taken);
+    void * detached = nullptr;
+    {
+        Handle taken (original, ::GetCurrentProcess ());
+        taken = copy;
+        detached = taken.Detach ();
+        EXPECT_FALSE (taken);
+    }
     copy = NoEvent ();
     EXPECT_FALSE (copy);
     EXPECT_EQ (duplicate.Calls (), 3u);
