@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace SkerryBench {
@@ -50,6 +51,25 @@ double Median (Operation operation, const Options & options = Options ())
     }
     std::sort (perOperation.begin (), perOperation.end ());
     return perOperation [perOperation.size () / 2];
+}
+
+// The medians of two operations of nearly the same cost, measured in alternating batches, so that
+// a machine whose speed drifts meanwhile (other load, an emulator) weighs on both alike.
+template <typename Library, typename Baseline>
+std::pair<double, double> AlternatingMedians (Library library, Baseline baseline, const Options & options = Options ())
+{
+    std::vector<double> perOperation [2];
+    for (unsigned batch = 0; batch <= options.fBatches; ++batch)   // the first batch of each warms up
+        for (int which = 0; which < 2; ++which) {
+            double start = Now ();
+            for (unsigned i = 0; i < options.fOperationsPerBatch; ++i)
+                which == 0 ? library () : baseline ();
+            if (batch > 0)
+                perOperation [which].push_back ((Now () - start) / options.fOperationsPerBatch);
+        }
+    for (std::vector<double> & times : perOperation)
+        std::sort (times.begin (), times.end ());
+    return { perOperation [0] [options.fBatches / 2], perOperation [1] [options.fBatches / 2] };
 }
 
 // Runs `body` with at least `depth` frames of this function below it: stack captures and traces

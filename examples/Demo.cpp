@@ -1,6 +1,7 @@
 // The main job: a program that uses LibSkerry the way an application does. It makes a real
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
-// then it takes text through Base64 and two code pages and back.
+// then it waits on kernel objects the strict way, reads its DLL's version, and takes text through
+// Base64 and two code pages and back.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -98,6 +99,23 @@ bool ShowText ()
     return same;
 }
 
+// A strict wait that times out, a mutex that knows it created what it holds, and the version
+// resource of the library's own DLL.
+void ShowKernelObjects ()
+{
+    Skerry::Event nobodySetsThis (true, false);
+    unsigned long result = Skerry::Miscellany::WaitForSingleObject (nobodySetsThis, 100, false);
+    std::printf ("waited 100 ms for an event no one sets: %s (0x%03lX)\n",
+        result == WAIT_TIMEOUT ? "WAIT_TIMEOUT" : "signalled?", result);
+    Skerry::Mutex lock (true, L"Local\\Tolvane Demo");
+    std::printf ("named mutex: created %s, owned %s\n", lock.Created () ? "yes" : "no", lock.Owned () ? "yes" : "no");
+    wchar_t path [MAX_PATH];
+    ::GetModuleFileNameW (::GetModuleHandleW (L"LibSkerry.dll"), path, MAX_PATH);
+    unsigned __int64 version = Skerry::Miscellany::GetVersion (path);
+    std::printf ("LibSkerry.dll file version: %u.%u.%u.%u\n", unsigned (version >> 48), unsigned (version >> 32) & 0xFFFF,
+        unsigned (version >> 16) & 0xFFFF, unsigned (version) & 0xFFFF);
+}
+
 }
 
 int main ()
@@ -126,6 +144,9 @@ int main ()
         std::printf ("  message:  %s\n", e.fMessage);
         std::printf ("  frames:   %u\n", unsigned (e.size ()));
     }
+
+    std::printf ("\nKernel objects ...\n");
+    ShowKernelObjects ();
 
     std::printf ("\nTaking text through code pages and Base64 ...\n");
     try {

@@ -7,6 +7,8 @@
 
 #include <LibSkerry/Exceptions>
 
+#include "LogLine.h"
+
 #include <jot.h>
 
 #include <windows.h>
@@ -21,9 +23,11 @@ namespace {
 
 const int kLogLevel = 5;
 
+}
+
 // One line to the facility "Exceptions": a client of its own per line, nothing held between
 // lines, and nothing that jot answers is looked at.
-void LogFunc (char const * format, ...)
+void Skerry::Exceptions::LogFunc (char const * format, ...)
 {
     jot_client * client = ::jot_open (NULL, "Exceptions", 0);
     va_list arguments;
@@ -32,6 +36,10 @@ void LogFunc (char const * format, ...)
     va_end (arguments);
     ::jot_close (client);
 }
+
+namespace {
+
+using Skerry::Exceptions::LogFunc;
 
 [[noreturn]] void FatalNestedThrow (char const * name, char const * active)
 {

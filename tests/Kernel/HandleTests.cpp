@@ -1,0 +1,258 @@
+// Handle, Event, Overlapped and Mutex: ownership, the failure order of assignment, real kernel
+// objects across threads and pipes. Every test ends with the handles it found open.
+#include <LibSkerry/Utilities>
+
+#include "Expect.h"
+#include "Handles.h"
+#include "Interposer.h"
+#include "JotLog.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <thread>
+
+using namespace Skerry;
+using Skerry::Exceptions::Win32;
+using SkerryTest::ExpectAssertion;
+
+namespace {
+
+class Kernel : public SkerryTest::HandleLeakTest {};
+
+template <typename Raise>
+unsigned long Win32Code (Raise raise, const char * function)
+{
+    return SkerryTest::Expect<Win32> (raise, function, "Utilities").fCode;
+}
+
+Event NewEvent () { return Event (true, false); }
+
+Event NoEvent ()
+{
+    Event event = NewEvent ();
+    ::CloseHandle (event.Detach ());
+    return event;
+}
+
+// Whether another thread can take the mutex of `name` at once.
+bool FreeElsewhere (const wchar_t * name)
+{
+    bool free = false;
+    std::thread ([&] {
+        Mutex other (false, name);
+        if ((free = other.Wait (0)))
+            other.Release ();
+    }).join ();
+    return free;
+}
+
+// The one line logged for a destructor's failure while another exception unwinds.
+void ExpectUnraised (const SkerryTest::ScopedJotLog & log, const char * function, unsigned long code)
+{
+    std::vector<std::string> lines = log.Messages ();
+    ASSERT_EQ (lines.size (), 1u);
+    EXPECT_TRUE (std::regex_match (lines [0], std::regex (std::string (function) + ": not throwing exception due to Win32 "
+        "error " + std::to_string (code) + " on line [0-9]+ of file Utilities while another exception is unwinding")))
+        << lines [0];
+}
+
+}
+
+// Where nothing is owned or nothing changes, no platform call is made; copies own duplicates.
+TEST_F (Kernel, HandleOwnership)
+{
+    Event original = NewEvent ();
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
+    {
+        Handle borrowed (static_cast<void *> (original)), copy (borrowed);
+        EXPECT_FALSE (borrowed);
+        ExpectAssertion ([&] { (void) static_cast<void *> (borrowed); }, "assertion failed: !fInvalid",
+            "Skerry::Handle::operator void *", "Utilities");
+        copy = borrowed;
+        copy = copy;
+        original = original;
+    }
+    EXPECT_EQ (duplicate.Calls () + close.Calls (), 0u);
+
+    Event copy = original;
+    EXPECT_NE (static_cast<void *> (copy), static_cast<void *> (original));
+    std::thread ([&] { copy.Set (); }).join ();
+    EXPECT_EQ (::WaitForSingleObject (original, 0), WAIT_OBJECT_0);
+    void * detached = nullptr;
+    {
+        Handle taken (original, ::GetCurrentProcess ());
+        taken = copy;
+        detached = taken.Detach ();
+        EXPECT_FALSE (taken);
+    }
+    copy = NoEvent ();
+    EXPECT_FALSE (copy);
+    EXPECT_EQ (duplicate.Calls (), 3u);
+    EXPECT_EQ (close.Calls (), 2u);    // taken's first duplicate, copy's own
+    ::CloseHandle (detached);
+}
+
+// Every failed duplicate and close raises with its code, and the target keeps the handle it had.
+TEST_F (Kernel, HandleFailures)
+{
+    Event source = NewEvent (), target = NewEvent ();
+    void * kept = target;
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
+    const char * assign = "Skerry::Handle::operator =";
+    duplicate.Fail (FALSE, 8, 3);
+    EXPECT_EQ (Win32Code ([&] { Event copy (source); }, "Skerry::Handle::Handle"), 8ul);
+    EXPECT_EQ (Win32Code ([&] { Handle copy (source, ::GetCurrentProcess ()); }, "Skerry::Handle::Handle"), 8ul);
+    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 8ul);
+    close.Fail (FALSE, 6);    // the target's close fails: its code, and the temporary is closed
+    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 6ul);
+    unsigned calls = 0;       // the temporary's close fails as well: its code
+    close.Replace ([&] (HANDLE h) { ::SetLastError (++calls == 1 ? 6 : (close.Original (h), 7)); return FALSE; });
+    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 7ul);
+    close.Replace (nullptr);
+    close.Fail (FALSE, 5);
+    EXPECT_EQ (Win32Code ([&] { target = NoEvent (); }, assign), 5ul);
+    EXPECT_EQ (static_cast<void *> (target), kept);
+    EXPECT_EQ (::WaitForSingleObject (kept, 0), WAIT_TIMEOUT);
+
+    close.Fail (FALSE, 6);
+    EXPECT_EQ (Win32Code ([] { Event dying = NewEvent (); }, "Skerry::Handle::~Handle"), 6ul);
+    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
+    SkerryTest::ScopedJotLog log;
+    try {
+        Event dying = NewEvent ();
+        close.Fail (FALSE, 6);
+        throw 42;
+    }
+    catch (int) {
+    }
+    ExpectUnraised (log, "Skerry::Handle::~Handle", 6);
+    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
+}
+
+TEST_F (Kernel, EventFailures)
+{
+    SKERRY_INTERPOSE (create, "KERNEL32.dll", CreateEventW);
+    SKERRY_INTERPOSE (set, "KERNEL32.dll", SetEvent);
+    SKERRY_INTERPOSE (reset, "KERNEL32.dll", ResetEvent);
+    create.Fail (nullptr, 8);
+    set.Fail (FALSE, 6);
+    reset.Fail (FALSE, 5);
+    EXPECT_EQ (Win32Code ([] { NewEvent (); }, "Skerry::Event::Event"), 8ul);
+    Event event = NewEvent ();
+    EXPECT_EQ (Win32Code ([&] { event.Set (); }, "Skerry::Event::Set"), 6ul);
+    EXPECT_EQ (Win32Code ([&] { event.Reset (); }, "Skerry::Event::Reset"), 5ul);
+}
+
+// hEvent names the object's own duplicate, in copies and after assignment too; a read on a pipe
+// is incomplete while it runs.
+TEST_F (Kernel, Overlapped)
+{
+    Overlapped first (NewEvent ());
+    first.Offset = 7, first.Internal = 9;
+    Overlapped copy (first), assigned (NewEvent ()), empty (NoEvent ());
+    assigned = first;
+    for (Overlapped * o : { &first, &copy, &assigned })
+        EXPECT_EQ (o->hEvent, static_cast<void *> (*o));
+    EXPECT_EQ (copy.Offset + assigned.Internal, 16ul);
+    assigned.Recycle ();
+    EXPECT_EQ (assigned.hEvent, static_cast<void *> (assigned));
+    EXPECT_EQ (assigned.Offset + assigned.Internal, 0ul);
+    EXPECT_EQ (empty.hEvent, nullptr);
+    const char * getResult = "Skerry::Overlapped::GetResult";
+    ExpectAssertion ([&] { empty.GetResult (nullptr, nullptr, true); }, "assertion failed: hEvent", getResult, "Utilities");
+    {
+        SKERRY_INTERPOSE (wait, "KERNEL32.dll", WaitForSingleObject);
+        wait.Fail (WAIT_FAILED, 6);
+        ExpectAssertion ([&] { first.GetResult (nullptr, nullptr, true); }, "assertion failed: WAIT_OBJECT_0 == wfsoResult",
+            getResult, "Utilities");
+    }
+    const wchar_t name [] = L"\\\\.\\pipe\\SkerryOverlappedTest";
+    HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
+    HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    char buffer [16];
+    unsigned long bytes = 0;
+    EXPECT_FALSE (::ReadFile (server, buffer, sizeof buffer, nullptr, &copy));
+    EXPECT_EQ (copy.GetResult (server, &bytes, false), DWORD (ERROR_IO_INCOMPLETE));
+    DWORD written = 0;
+    ::WriteFile (client, "skerry", 6, &written, nullptr);
+    EXPECT_EQ (copy.GetResult (server, &bytes, true), 0ul);
+    EXPECT_EQ (bytes, 6ul);
+    ::CloseHandle (client);
+    ::CloseHandle (server);
+}
+
+TEST_F (Kernel, MutexStates)
+{
+    const wchar_t name [] = L"Local\\SkerryMutexTest";
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", ReleaseMutex);
+    SKERRY_INTERPOSE (wait, "KERNEL32.dll", WaitForSingleObject);
+    DWORD seen = 0;
+    wait.Replace ([&] (HANDLE h, DWORD timeout) { return seen = wait.Original (h, timeout); });
+    {
+        Mutex unnamed;
+        EXPECT_TRUE (unnamed.Created () && unnamed.Owned ());
+    }
+    Mutex observer (false, name);
+    EXPECT_TRUE (observer.Created () && ! observer.Owned ());
+    {
+        Mutex owner (true, name);    // exists already: neither created nor owned by this object
+        EXPECT_FALSE (owner.Created () || owner.Owned ());
+        EXPECT_TRUE (owner.Wait (INFINITE));
+        EXPECT_FALSE (FreeElsewhere (name));
+    }
+    EXPECT_TRUE (FreeElsewhere (name));
+    EXPECT_EQ (release.Calls (), 3u);
+    ExpectAssertion ([&] { observer.Release (); }, "assertion failed: fOwned", "Skerry::Mutex::Release", "Utilities");
+    EXPECT_EQ (release.Calls (), 3u);
+    std::thread ([&] {    // ends holding the mutex: abandons it
+        HANDLE h = ::CreateMutexW (nullptr, FALSE, name);
+        ::WaitForSingleObject (h, INFINITE);
+        ::CloseHandle (h);
+    }).join ();
+    EXPECT_TRUE (observer.Wait (0));
+    EXPECT_EQ (seen, WAIT_ABANDONED);
+    ExpectAssertion ([&] { observer.Wait (0); }, "assertion failed: !fOwned", "Skerry::Mutex::Wait", "Utilities");
+}
+
+TEST_F (Kernel, MutexFailures)
+{
+    SKERRY_INTERPOSE (create, "KERNEL32.dll", CreateMutexW);
+    SKERRY_INTERPOSE (wait, "KERNEL32.dll", WaitForSingleObject);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", ReleaseMutex);
+    create.Fail (nullptr, 5);
+    EXPECT_EQ (Win32Code ([] { Mutex m; }, "Skerry::Mutex::Mutex"), 5ul);
+    create.Replace ([&] (LPSECURITY_ATTRIBUTES a, BOOL owner, LPCWSTR name) {
+        HANDLE h = create.Original (a, owner, name);
+        ::SetLastError (ERROR_INVALID_PARAMETER);    // a success with an unexpected last error
+        return h;
+    });
+    ExpectAssertion ([] { Mutex m (false); }, "assertion failed: ERROR_SUCCESS == lastError", "Skerry::Mutex::Mutex",
+        "Utilities");
+    create.Replace (nullptr);
+
+    Mutex mutex (false);
+    wait.Fail (WAIT_FAILED, 6);
+    EXPECT_EQ (Win32Code ([&] { mutex.Wait (0); }, "Skerry::Mutex::Wait"), 6ul);
+    wait.Fail (WAIT_IO_COMPLETION, 0);
+    ExpectAssertion ([&] { mutex.Wait (0); }, "assertion failed: WAIT_ABANDONED == wfsoResult || WAIT_OBJECT_0 == wfsoResult",
+        "Skerry::Mutex::Wait", "Utilities");
+    wait.Fail (WAIT_TIMEOUT, 0);
+    EXPECT_FALSE (mutex.Wait (INFINITE) || mutex.Owned ());
+    ASSERT_TRUE (mutex.Wait (0));
+    release.Fail (FALSE, 288);
+    EXPECT_EQ (Win32Code ([&] { mutex.Release (); }, "Skerry::Mutex::Release"), 288ul);
+    EXPECT_TRUE (mutex.Owned ());
+
+    SkerryTest::ScopedJotLog log;
+    release.Fail (FALSE, 288);
+    try {
+        Mutex held;
+        throw 1;
+    }
+    catch (int) {
+    }
+    ExpectUnraised (log, "Skerry::Mutex::~Mutex", 288);
+}

@@ -1,0 +1,171 @@
+// Miscellany: the strict waits' outcome table, cancellation, file versions, UUIDs, paths and
+// environment expansion.
+#include <LibSkerry/Utilities>
+
+#include "Expect.h"
+#include "Handles.h"
+#include "Interposer.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+namespace Misc = Skerry::Miscellany;
+using Skerry::Exceptions::String;
+using Skerry::Exceptions::Win32;
+using SkerryTest::Expect;
+
+namespace {
+
+class Miscellany : public SkerryTest::HandleLeakTest {};
+
+// The directory of this test program, with its trailing separator.
+std::wstring ProgramDirectory ()
+{
+    wchar_t path [MAX_PATH];
+    std::wstring program (path, ::GetModuleFileNameW (nullptr, path, MAX_PATH));
+    return program.substr (0, program.rfind (L'\\') + 1);
+}
+
+}
+
+// Every row of the outcome table, for both waits; the multiple one waits on three handles.
+TEST_F (Miscellany, WaitOutcomes)
+{
+    const unsigned long kReturned = 0;    // the outcome is the platform's result itself
+    struct Row {
+        DWORD result, timeout;
+        bool allowAbandoned;
+        unsigned long win32, skerry;    // the code raised, if any
+    } const rows [] = {
+        { WAIT_FAILED, 0, true, 6, kReturned }, { WAIT_TIMEOUT, 10, false, kReturned, kReturned },
+        { WAIT_TIMEOUT, INFINITE, true, kReturned, 1 }, { WAIT_ABANDONED, 0, true, kReturned, kReturned },
+        { WAIT_ABANDONED + 2, 0, true, kReturned, kReturned }, { WAIT_ABANDONED, 0, false, kReturned, 2 },
+        { WAIT_ABANDONED + 2, 0, false, kReturned, 2 }, { WAIT_OBJECT_0, INFINITE, false, kReturned, kReturned },
+        { WAIT_OBJECT_0 + 2, 0, false, kReturned, kReturned }, { WAIT_OBJECT_0 + 3, 0, true, 1359, kReturned },
+        { WAIT_ABANDONED + 3, 0, true, 1359, kReturned }, { WAIT_IO_COMPLETION, 0, true, 1359, kReturned },
+    };
+    SKERRY_INTERPOSE (single, "KERNEL32.dll", WaitForSingleObject);
+    SKERRY_INTERPOSE (multiple, "KERNEL32.dll", WaitForMultipleObjects);
+    void * const handles [3] = {};
+    for (const Row & row : rows)
+        for (bool many : { false, true }) {
+            if (! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2))
+                continue;    // beyond one handle: a row of its own below
+            std::string trace = "result " + std::to_string (row.result) + (many ? ", multiple" : ", single");
+            single.Fail (row.result, 6);
+            multiple.Fail (row.result, 6);
+            auto wait = [&] {
+                return many ? Misc::WaitForMultipleObjects (3, handles, row.timeout, row.allowAbandoned)
+                            : Misc::WaitForSingleObject (nullptr, row.timeout, row.allowAbandoned);
+            };
+            const char * function = many ? "Skerry::Miscellany::WaitForMultipleObjects"
+                                         : "Skerry::Miscellany::WaitForSingleObject";
+            if (row.win32 != kReturned)
+                EXPECT_EQ (Expect<Win32> (wait, function, "Utilities").fCode, row.win32) << trace;
+            else if (row.skerry != kReturned)
+                EXPECT_EQ (Expect<Skerry::Exceptions::Skerry> (wait, function, "Utilities").fCode, row.skerry) << trace;
+            else
+                EXPECT_EQ (wait (), row.result) << trace;
+        }
+    single.Fail (WAIT_ABANDONED + 2, 0);
+    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
+        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 1359ul);
+    EXPECT_EQ (std::get<2> (multiple.CallArguments () [0]), FALSE);    // any one handle, never all
+}
+
+// Real handles: signalled, not signalled, the second of two, a bad one; cancelling a pipe read.
+TEST_F (Miscellany, RealWaitsAndCancellation)
+{
+    Skerry::Event quiet (true, false), signalled (true, true);
+    void * const both [2] = { quiet, signalled };
+    EXPECT_EQ (Misc::WaitForSingleObject (signalled, INFINITE, false), WAIT_OBJECT_0);
+    EXPECT_EQ (Misc::WaitForSingleObject (quiet, 0, true), DWORD (WAIT_TIMEOUT));
+    EXPECT_EQ (Misc::WaitForMultipleObjects (2, both, 0, false), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
+        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 6ul);
+
+    const wchar_t name [] = L"\\\\.\\pipe\\SkerryCancelTest";
+    HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
+    HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    Skerry::Overlapped reading (quiet);
+    char buffer [8];
+    EXPECT_FALSE (Misc::CancelIo (reinterpret_cast<void *> (0x1234), signalled, true));
+    ::ReadFile (server, buffer, sizeof buffer, nullptr, &reading);
+    EXPECT_FALSE (Misc::CancelIo (server, nullptr, true));    // the wait inside raises
+    reading.Recycle ();
+    ::ReadFile (server, buffer, sizeof buffer, nullptr, &reading);
+    EXPECT_TRUE (Misc::CancelIo (server, reading.hEvent, false));
+    ::CloseHandle (client);
+    ::CloseHandle (server);
+}
+
+// 1.2.3.4 from a resource; a file without one, each platform call failing, a wrong fixed block.
+TEST_F (Miscellany, GetVersion)
+{
+    std::wstring directory = ProgramDirectory ();
+    EXPECT_EQ (Misc::GetVersion (directory + L"VersionedLibrary.dll"), 0x0001000200030004ull);
+    SKERRY_INTERPOSE (info, "VERSION.dll", GetFileVersionInfoW);
+    SKERRY_INTERPOSE (query, "VERSION.dll", VerQueryValueW);
+    VS_FIXEDFILEINFO wrong {};
+    auto giveWrong = [&] (DWORD signature, DWORD structureVersion) {
+        wrong.dwSignature = signature, wrong.dwStrucVersion = structureVersion;
+        query.Replace ([&] (LPCVOID, LPCWSTR, LPVOID * result, PUINT) { *result = &wrong; return TRUE; });
+    };
+    struct {
+        const char * message;
+        const wchar_t * file;
+        std::function<void ()> arrange;
+    } const rows [] = {
+        { "GetFileVersionInfoSize failed", L"KernelObjectTests.exe", [] {} },
+        { "GetFileVersionInfo failed", L"VersionedLibrary.dll", [&] { info.Fail (FALSE, 0); } },
+        { "VerQueryValue failed", L"VersionedLibrary.dll", [&] { query.Fail (FALSE, 0); } },
+        { "wild VS_FIXEDFILEINFO signature", L"VersionedLibrary.dll", [&] { giveWrong (0xFEEF04BE, 0x10000); } },
+        { "unknown VS_FIXEDFILEINFO format", L"VersionedLibrary.dll", [&] { giveWrong (0xFEEF04BD, 0x20000); } },
+    };
+    for (const auto & row : rows) {
+        row.arrange ();
+        EXPECT_STREQ (Expect<String> ([&] { Misc::GetVersion (directory + row.file); }, "Skerry::Miscellany::GetVersion",
+            "Utilities").fMessage, row.message);
+    }
+}
+
+TEST_F (Miscellany, SequentialUUIDAndPaths)
+{
+    SKERRY_INTERPOSE (create, "RPCRT4.dll", UuidCreateSequential);
+    bool localOnly = true;
+    EXPECT_NE (Misc::CreateSequentialUUID (&localOnly), Misc::CreateSequentialUUID (nullptr));
+    EXPECT_FALSE (localOnly);
+    create.Replace ([&] (UUID * uuid) { create.Original (uuid); return RPC_S_UUID_LOCAL_ONLY; });
+    Misc::CreateSequentialUUID (nullptr);
+    Misc::CreateSequentialUUID (&localOnly);
+    EXPECT_TRUE (localOnly);
+    create.Fail (RPC_S_UUID_NO_ADDRESS, 0);
+    EXPECT_STREQ (Expect<String> ([] { Misc::CreateSequentialUUID (nullptr); },
+        "Skerry::Miscellany::CreateSequentialUUID", "Utilities").fMessage, "UuidCreateSequential failed");
+
+    std::wstring directory = ProgramDirectory ();
+    bool isDirectory = true;
+    EXPECT_TRUE (Misc::FileSystemObjectExists (directory + L"LibSkerry.dll", &isDirectory) && ! isDirectory);
+    EXPECT_TRUE (Misc::FileSystemObjectExists (directory.c_str (), &isDirectory) && isDirectory);
+    EXPECT_FALSE (Misc::FileSystemObjectExists (directory + L"missing.dll", nullptr));
+    EXPECT_EQ (Expect<Win32> ([&] { Misc::FileSystemObjectExists (directory + L"missing\\file", nullptr); },
+        "Skerry::Miscellany::FileSystemObjectExists", "Utilities").fCode, 3ul);
+}
+
+TEST_F (Miscellany, ExpandsEnvironmentReferences)
+{
+    const char kFunction [] = "Skerry::Miscellany::ExpandEnvironmentStringsW";
+    SKERRY_INTERPOSE (expand, "KERNEL32.dll", ExpandEnvironmentStringsW);
+    EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L""), L"");
+    EXPECT_EQ (expand.Calls (), 0u);
+    ::SetEnvironmentVariableW (L"SKERRY_EXPANDED", L"value");
+    EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L"a %SKERRY_EXPANDED% b"), L"a value b");
+    EXPECT_EQ (Misc::ExpandEnvironmentStringsW (L"plain % text"), L"plain % text");
+    expand.Fail (0, 8);
+    EXPECT_EQ (Expect<Win32> ([] { Misc::ExpandEnvironmentStringsW (L"%PATH%"); }, kFunction, "Utilities").fCode, 8ul);
+    expand.Fail (7, 0, 1, 1);    // the environment grew between the two calls
+    SkerryTest::ExpectAssertion ([] { Misc::ExpandEnvironmentStringsW (L"%SKERRY_EXPANDED%"); },
+        "assertion failed: actualBufferSize == requestedBufferSize", kFunction, "Utilities");
+}

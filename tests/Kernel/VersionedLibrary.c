@@ -1,0 +1,2 @@
+// A library that exists for its version resource alone.
+int VersionedLibraryMarker;
