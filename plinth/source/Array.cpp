@@ -146,6 +146,24 @@ __PLArray * Mutable (PLMutableArrayRef array)
 
 }
 
+namespace Plinth {
+
+PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable)
+{
+    __PLArray * a = MakeArray (allocator, &kPLTypeArrayCallBacks, isMutable, count);
+    if (a == nullptr) {
+        for (PLIndex i = 0; i < count; ++i)
+            PLRelease (values [i]);
+        return nullptr;
+    }
+    if (count > 0)
+        std::memcpy (a->fValues, values, std::size_t (count) * sizeof (void const *));
+    a->fCount = count;
+    return a;
+}
+
+}
+
 extern "C" {
 
 PLTypeID PLArrayGetTypeID (void) { return kArrayType; }

@@ -227,16 +227,20 @@ __PLDictionary * MakeDictionary (PLAllocatorRef allocator, PLDictionaryKeyCallBa
     return d;
 }
 
-// Adds or replaces; false when memory ran out.
-bool Store (__PLDictionary * d, void const * key, void const * value)
+// Adds or replaces; false when memory ran out. Adopting, the dictionary takes over a reference to
+// the key and the value instead of retaining them, and gives them back when they are not stored.
+bool Store (__PLDictionary * d, void const * key, void const * value, bool adopt = false)
 {
-    if (key == nullptr)
+    if (key == nullptr) {
+        if (adopt)
+            ReleaseWith (d->fValues->release, d->fAllocator, value);
         return true;
+    }
     uint32_t hash = uint32_t (d->Lookup ().Hash (key));
     HashTable::Slot * slot = d->fTable.Find (key, hash, d->Lookup ());
     // Take the new counts before giving up the old ones: the new key or value may be the old.
-    void const * newKey = RetainWith (d->fKeys->retain, d->fAllocator, key);
-    void const * newValue = RetainWith (d->fValues->retain, d->fAllocator, value);
+    void const * newKey = adopt ? key : RetainWith (d->fKeys->retain, d->fAllocator, key);
+    void const * newValue = adopt ? value : RetainWith (d->fValues->retain, d->fAllocator, value);
     if (slot != nullptr) {
         void const * oldKey = slot->fKey;
         void const * oldValue = slot->fValue;
@@ -334,6 +338,27 @@ bool AddMember (__PLSet * s, void const * value)
         return false;
     s->fTable.Insert (slot, RetainWith (s->fCallBacks->retain, s->fAllocator, value), nullptr);
     return true;
+}
+
+}
+
+namespace Plinth {
+
+PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
+    bool isMutable)
+{
+    __PLDictionary * d = MakeDictionary (allocator, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks,
+        isMutable, count);
+    for (PLIndex i = 0; i < count; ++i)
+        if (d == nullptr || ! Store (d, keys [i], values [i], true)) {
+            for (PLIndex rest = d == nullptr ? i : i + 1; rest < count; ++rest) {
+                PLRelease (keys [rest]);
+                PLRelease (values [rest]);
+            }
+            PLRelease (d);
+            return nullptr;
+        }
+    return d;
 }
 
 }

@@ -108,6 +108,12 @@ std::size_t CallBacksCopySize (CallBacks const * given, CallBacks const & standa
     return SharedCallBacks (given, standard, none) != nullptr ? 0 : sizeof (CallBacks);
 }
 
+// Containers of the standard callbacks that take over one reference to each element instead of
+// retaining it, for readers that made the elements; on failure they release the elements.
+PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable);
+PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
+    bool isMutable);
+
 // The deallocator a no-copy object keeps: null (never free) for the null allocator.
 inline PLAllocatorRef KeptDeallocator (PLAllocatorRef deallocator)
 {
