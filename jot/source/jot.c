@@ -451,7 +451,7 @@ jot_client *jot_open(const char *ident, const char *facility, unsigned options) 
   size_t facility_size = facility != NULL ? strlen(facility) + 1 : 0;
   jot_client *client = NULL;
   if (ident_size <= (size_t)-1 - sizeof *client - facility_size)
-    client = malloc(sizeof *client + ident_size + facility_size);
+    client = calloc(1, sizeof *client + ident_size + facility_size);
   if (client != NULL) {
     char *next = (char *)(client + 1);
     client->ident = place_text(ident, ident_size, &next);
