@@ -246,7 +246,11 @@ static char *copy_text(const char *text) {
 }
 
 /* The log file that JOT_LOG_FILE names now, opened for appending, or INVALID_HANDLE_VALUE when
- * the variable is unset or empty or the file can't be opened. Append access without
+ * the variable is unset or empty or the file can't be opened. The variable is read at every open
+ * although the read is most of the cost of a line that goes nowhere: the environment block is
+ * changed in place (its address and size stay the same when a value is replaced by one of the
+ * same length), so no cheap look at it tells whether the variable changed; README.md has the
+ * figures. Append access without
  * FILE_WRITE_DATA makes every write go to the current end of the file; read access is there only
  * because byte-range locks need read or write access (see lock_log_file). */
 static HANDLE open_log_file(void) {
