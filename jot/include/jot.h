@@ -49,7 +49,8 @@ typedef struct jot_client jot_client;
 typedef struct jot_message jot_message;
 
 /* A client for one identity (the program or component that logs; NULL for none) and one
- * facility (the channel within it; NULL for none). Both texts are copied. */
+ * facility (the channel within it; NULL for none). Both texts are copied. JOT_LOG_FILE is read
+ * at every call: a change of the variable takes effect at the next open. */
 JOT_API jot_client *jot_open(const char *ident, const char *facility, unsigned options);
 
 /* Formats one line from format and args (the Microsoft C runtime's printf conventions; a NULL

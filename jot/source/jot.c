@@ -28,6 +28,7 @@
 /* Sizes of the stack buffers: enough for the lines a library typically writes. */
 enum { JOT_LOCAL_WIDE = 512, JOT_LOCAL_RECORD = 1024, JOT_LOCAL_PATH = MAX_PATH + 1 };
 
+/* A client is one allocation: the structure, then the texts of its ident and facility. */
 struct jot_client {
   HANDLE file; /* the log file, or INVALID_HANDLE_VALUE when lines go to the debugger output */
   char *ident; /* NULL for none */
@@ -245,7 +246,11 @@ static char *copy_text(const char *text) {
 }
 
 /* The log file that JOT_LOG_FILE names now, opened for appending, or INVALID_HANDLE_VALUE when
- * the variable is unset or empty or the file can't be opened. Append access without
+ * the variable is unset or empty or the file can't be opened. The variable is read at every open
+ * although the read is most of the cost of a line that goes nowhere: the environment block is
+ * changed in place (its address and size stay the same when a value is replaced by one of the
+ * same length), so no cheap look at it tells whether the variable changed; README.md has the
+ * figures. Append access without
  * FILE_WRITE_DATA makes every write go to the current end of the file; read access is there only
  * because byte-range locks need read or write access (see lock_log_file). */
 static HANDLE open_log_file(void) {
@@ -434,20 +439,29 @@ static void log_line(const jot_client *client, const jot_message *message, int l
 
 /* ---- The API -------------------------------------------------------------------------------- */
 
+/* Places a copy of text (NULL for none) at *next and advances *next past it. */
+static char *place_text(const char *text, size_t size, char **next) {
+  char *copy = *next;
+  if (text == NULL)
+    return NULL;
+  memcpy(copy, text, size);
+  *next += size;
+  return copy;
+}
+
 jot_client *jot_open(const char *ident, const char *facility, unsigned options) {
   DWORD error = GetLastError();
-  jot_client *client = calloc(1, sizeof *client);
+  size_t ident_size = ident != NULL ? strlen(ident) + 1 : 0;
+  size_t facility_size = facility != NULL ? strlen(facility) + 1 : 0;
+  jot_client *client = NULL;
+  if (ident_size <= (size_t)-1 - sizeof *client - facility_size)
+    client = calloc(1, sizeof *client + ident_size + facility_size);
   if (client != NULL) {
-    client->file = INVALID_HANDLE_VALUE;
+    char *next = (char *)(client + 1);
+    client->ident = place_text(ident, ident_size, &next);
+    client->facility = place_text(facility, facility_size, &next);
     client->options = options;
-    if ((ident != NULL && (client->ident = copy_text(ident)) == NULL) ||
-        (facility != NULL && (client->facility = copy_text(facility)) == NULL)) {
-      free(client->ident);
-      free(client);
-      client = NULL;
-    } else {
-      client->file = open_log_file();
-    }
+    client->file = open_log_file();
   }
   SetLastError(error);
   return client;
@@ -484,8 +498,6 @@ void jot_close(jot_client *client) {
   if (client != NULL) {
     if (client->file != INVALID_HANDLE_VALUE)
       CloseHandle(client->file);
-    free(client->ident);
-    free(client->facility);
     free(client);
   }
   SetLastError(error);

@@ -1,4 +1,8 @@
-// Arrays: ordered values held through callbacks, in one block that doubles as it grows.
+// Arrays: ordered values held through callbacks. An array is one allocation: the object, then a
+// copy of its callbacks when they are not a shared constant, then room for the values it was
+// made with (all of them for an immutable array, the capacity asked for a mutable one). A mutable
+// array that outgrows that room moves its values to a block of their own, which doubles as it
+// grows.
 #include "Describe.h"
 
 #include <cstdlib>
@@ -6,11 +10,12 @@
 using namespace Plinth;
 
 struct __PLArray : Object {
-    void const ** fValues;
+    void const ** fValues;   // the room in the object's block, or a block of their own
     PLIndex fCount;
     PLIndex fCapacity;
-    PLArrayCallBacks fCallBacks;
+    PLArrayCallBacks const * fCallBacks;
     bool fMutable;
+    bool fOwnBlock;          // fValues is a block of their own, freed with the array
 };
 
 namespace {
@@ -19,18 +24,18 @@ PLArrayCallBacks const kNoCallBacks = {};
 
 void const * Retain (__PLArray const * a, void const * value)
 {
-    return a->fCallBacks.retain != nullptr ? a->fCallBacks.retain (a->fAllocator, value) : value;
+    return a->fCallBacks->retain != nullptr ? a->fCallBacks->retain (a->fAllocator, value) : value;
 }
 
 void Release (__PLArray const * a, void const * value)
 {
-    if (a->fCallBacks.release != nullptr)
-        a->fCallBacks.release (a->fAllocator, value);
+    if (a->fCallBacks->release != nullptr)
+        a->fCallBacks->release (a->fAllocator, value);
 }
 
 bool Same (__PLArray const * a, void const * x, void const * y)
 {
-    return x == y || (a->fCallBacks.equal != nullptr && x != nullptr && y != nullptr && a->fCallBacks.equal (x, y));
+    return x == y || (a->fCallBacks->equal != nullptr && x != nullptr && y != nullptr && a->fCallBacks->equal (x, y));
 }
 
 void FinalizeArray (Object * object)
@@ -38,7 +43,8 @@ void FinalizeArray (Object * object)
     __PLArray * a = static_cast<__PLArray *> (object);
     for (PLIndex i = 0; i < a->fCount; ++i)
         Release (a, a->fValues [i]);
-    Deallocate (a->fAllocator, a->fValues);
+    if (a->fOwnBlock)
+        Deallocate (a->fAllocator, a->fValues);
 }
 
 bool EqualArrays (Object const * x, Object const * y)
@@ -65,7 +71,7 @@ PLStringRef DescribeArray (Object const * object)
     text.AppendASCII ("(\n");
     for (PLIndex i = 0; i < a->fCount; ++i) {
         text.AppendASCII ("    ");
-        AppendDescription (text, a->fValues [i], a->fCallBacks.copyDescription);
+        AppendDescription (text, a->fValues [i], a->fCallBacks->copyDescription);
         text.AppendASCII (i + 1 < a->fCount ? ",\n" : "\n");
     }
     text.AppendASCII (")");
@@ -76,12 +82,20 @@ Class const kArrayClass = { kArrayType, "PLArray", FinalizeArray, EqualArrays, H
 
 __PLArray * AsArray (void const * object) { return As<__PLArray> (object, kArrayType); }
 
-__PLArray * MakeArray (PLAllocatorRef allocator, PLArrayCallBacks const * callBacks, bool isMutable)
+// An empty array with room for `capacity` values in its own block.
+__PLArray * MakeArray (PLAllocatorRef allocator, PLArrayCallBacks const * callBacks, bool isMutable, PLIndex capacity)
 {
-    __PLArray * a = NewObject<__PLArray> (allocator, kArrayClass);
+    if (capacity < 0 || uint64_t (capacity) * sizeof (void const *) > INT32_MAX)
+        return nullptr;
+    std::size_t size = sizeof (__PLArray) + CallBacksCopySize (callBacks, kPLTypeArrayCallBacks, kNoCallBacks)
+        + std::size_t (capacity) * sizeof (void const *);
+    __PLArray * a = NewObject<__PLArray> (allocator, kArrayClass, size);
     if (a == nullptr)
         return nullptr;
-    a->fCallBacks = callBacks != nullptr ? *callBacks : kNoCallBacks;
+    unsigned char * next = reinterpret_cast<unsigned char *> (a + 1);
+    a->fCallBacks = KeepCallBacks (callBacks, kPLTypeArrayCallBacks, kNoCallBacks, next);
+    a->fValues = reinterpret_cast<void const **> (next);
+    a->fCapacity = capacity;
     a->fMutable = isMutable;
     return a;
 }
@@ -100,9 +114,11 @@ bool Reserve (__PLArray * a, PLIndex needed)
         return false;
     if (a->fCount > 0)
         std::memcpy (values, a->fValues, std::size_t (a->fCount) * sizeof (void const *));
-    Deallocate (a->fAllocator, a->fValues);
+    if (a->fOwnBlock)
+        Deallocate (a->fAllocator, a->fValues);
     a->fValues = values;
     a->fCapacity = PLIndex (capacity);
+    a->fOwnBlock = true;
     return true;
 }
 
@@ -130,33 +146,43 @@ __PLArray * Mutable (PLMutableArrayRef array)
 
 }
 
+namespace Plinth {
+
+PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable)
+{
+    __PLArray * a = MakeArray (allocator, &kPLTypeArrayCallBacks, isMutable, count);
+    if (a == nullptr) {
+        for (PLIndex i = 0; i < count; ++i)
+            PLRelease (values [i]);
+        return nullptr;
+    }
+    if (count > 0)
+        std::memcpy (a->fValues, values, std::size_t (count) * sizeof (void const *));
+    a->fCount = count;
+    return a;
+}
+
+}
+
 extern "C" {
 
 PLTypeID PLArrayGetTypeID (void) { return kArrayType; }
 
 PLMutableArrayRef PLArrayCreateMutable (PLAllocatorRef allocator, PLIndex capacity, PLArrayCallBacks const * callBacks)
 {
-    __PLArray * a = MakeArray (allocator, callBacks, true);
-    if (a != nullptr && capacity > 0 && ! Reserve (a, capacity)) {
-        PLRelease (a);
-        return nullptr;
-    }
-    return a;
+    return MakeArray (allocator, callBacks, true, capacity > 0 ? capacity : 0);
 }
 
 PLArrayRef PLArrayCreate (PLAllocatorRef allocator, void const ** values, PLIndex count, PLArrayCallBacks const * callBacks)
 {
     if (count < 0 || (count > 0 && values == nullptr))
         return nullptr;
-    __PLArray * a = MakeArray (allocator, callBacks, false);
+    __PLArray * a = MakeArray (allocator, callBacks, false, count);
     if (a == nullptr)
         return nullptr;
-    if (! Reserve (a, count)) {
-        PLRelease (a);
-        return nullptr;
-    }
     for (PLIndex i = 0; i < count; ++i)
-        Insert (a, i, values [i]);
+        a->fValues [i] = Retain (a, values [i]);
+    a->fCount = count;
     return a;
 }
 
@@ -166,7 +192,7 @@ PLMutableArrayRef PLArrayCreateMutableCopy (PLAllocatorRef allocator, PLIndex ca
     if (source == nullptr)
         return nullptr;
     __PLArray * a = PLArrayCreateMutable (allocator, capacity > source->fCount ? capacity : source->fCount,
-        &source->fCallBacks);
+        source->fCallBacks);
     if (a == nullptr)
         return nullptr;
     for (PLIndex i = 0; i < source->fCount; ++i)

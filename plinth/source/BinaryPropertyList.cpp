@@ -10,6 +10,12 @@
 // containers and leaves), the elements placed in all containers may not outnumber the input's
 // bytes, so that a small file of shared references cannot expand into an exponential tree.
 //
+// Every object read is handed to its container as a reference the container takes over: the first
+// use of a decoded object is the reference it was made with, and only later uses of a shared one
+// retain it. The reader's cache of decoded objects holds no references of its own; what it points
+// to stays alive in the containers of the result. After a failure no object is read again, and
+// what was made is released with the containers that hold it.
+//
 // The writer numbers objects depth-first from the top, merges equal strings, data, integers,
 // reals, dates and booleans into one object each (never containers, and never values of two
 // kinds), writes dictionary keys in code-point order and chooses the widths by plistlib's rules:
@@ -84,8 +90,9 @@ private:
     uint64_t fCount = 0;
     uint64_t fTop = 0;
     uint64_t fTableStart = 0;
-    Scratch<PLTypeRef> fDecoded;   // one reference to each object decoded and shareable
-    Scratch<uint8_t> fOnPath;      // objects being decoded: a reference to one is a cycle
+    // Each object decoded and shareable, not counted, and kOnPath for those being decoded: a
+    // reference to one of them is a cycle.
+    Scratch<PLTypeRef> fDecoded;
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
     uint64_t fUnitsCapacity = 0;
@@ -94,11 +101,11 @@ private:
     std::size_t fStackCapacity = 0;
 };
 
+char const kOnPathMark = 0;
+PLTypeRef const kOnPath = &kOnPathMark;
+
 BinaryReader::~BinaryReader ()
 {
-    if (fDecoded.Items () != nullptr)
-        for (uint64_t i = 0; i < fCount; ++i)
-            PLRelease (fDecoded [i]);
     std::free (fStack);
 }
 
@@ -117,12 +124,11 @@ bool BinaryReader::Push (void const * item)
     return true;
 }
 
-// Gives back the elements from `first` on: what the cache lent stays, the rest is released.
+// Releases the elements from `first` on, of a container that won't be made.
 void BinaryReader::Pop (std::size_t first)
 {
     for (std::size_t i = first; i < fStackCount; ++i)
-        if (! Shareable (fStack [i]))
-            PLRelease (fStack [i]);
+        PLRelease (fStack [i]);
     fStackCount = first;
 }
 
@@ -130,10 +136,9 @@ PLTypeRef BinaryReader::Read ()
 {
     if (! ReadTrailer () || ! CheckOffsetTable ())
         return nullptr;
-    if (! fDecoded.Allocate (fCount) || ! fOnPath.Allocate (fCount))
+    if (! fDecoded.Allocate (fCount))
         return Fail ("out of memory", 0);
-    PLTypeRef top = ReadObject (fTop, 0);
-    return top != nullptr && Shareable (top) ? PLRetain (top) : top;
+    return ReadObject (fTop, 0);
 }
 
 bool BinaryReader::ReadTrailer ()
@@ -182,21 +187,20 @@ bool BinaryReader::CheckOffsetTable ()
     return true;
 }
 
-// The object `index`: lent by the cache when it is shareable, owned by the caller otherwise.
-// Lending saves a retain and a release of every shared element, most of a read's atomic work.
+// The object `index`, as a reference the caller owns: made now, or retained when it was made
+// before and is shareable.
 PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
 {
-    if (fDecoded [index] != nullptr)
-        return fDecoded [index];
+    PLTypeRef decoded = fDecoded [index];
+    if (decoded != nullptr && decoded != kOnPath)
+        return PLRetain (decoded);
     uint64_t offset = 0;
     fInput.Unsigned (fTableStart + index * fOffsetWidth, fOffsetWidth, offset);
-    if (fOnPath [index])
+    if (decoded == kOnPath)
         return Fail ("reference cycle", offset);
-    fOnPath [index] = 1;
+    fDecoded [index] = kOnPath;
     PLTypeRef value = Decode (index, offset, depth);
-    fOnPath [index] = 0;
-    if (value != nullptr && Shareable (value))
-        fDecoded [index] = value;
+    fDecoded [index] = value != nullptr && Shareable (value) ? value : nullptr;
     return value;
 }
 
@@ -379,42 +383,25 @@ PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool di
         }
         PLTypeRef item = ReadObject (reference, depth + 1);
         if (item == nullptr || ! Push (item)) {
-            if (item != nullptr && ! Shareable (item))
-                PLRelease (item);
+            PLRelease (item);
             valid = item != nullptr && fFailure.Fail ("out of memory", payload);
             break;
         }
         if (dictionary && made < count && PLGetTypeID (item) != kStringType)
             valid = fFailure.Fail ("dictionary key is not a string", payload + made * fReferenceWidth);
     }
-    PLTypeRef result = nullptr;
-    if (valid) {
-        void const ** items = fStack + first;
-        PLAllocatorRef allocator = fOptions.fAllocator;
-        PLIndex n = PLIndex (count);
-        if (dictionary && fOptions.fMutableContainers) {
-            PLMutableDictionaryRef d = PLDictionaryCreateMutable (allocator, n, &kPLTypeDictionaryKeyCallBacks,
-                &kPLTypeDictionaryValueCallBacks);
-            for (PLIndex i = 0; i < n && d != nullptr; ++i)
-                PLDictionarySetValue (d, items [i], items [uint64_t (i) + count]);
-            result = d;
-        }
-        else if (dictionary)
-            result = PLDictionaryCreate (allocator, items, items + count, n, &kPLTypeDictionaryKeyCallBacks,
-                &kPLTypeDictionaryValueCallBacks);
-        else if (fOptions.fMutableContainers) {
-            PLMutableArrayRef a = PLArrayCreateMutable (allocator, n, &kPLTypeArrayCallBacks);
-            for (PLIndex i = 0; i < n && a != nullptr; ++i)
-                PLArrayAppendValue (a, items [i]);
-            result = a;
-        }
-        else
-            result = PLArrayCreate (allocator, items, n, &kPLTypeArrayCallBacks);
-        if (result == nullptr)
-            Fail ("out of memory", payload);
+    if (! valid) {
+        Pop (first);
+        return nullptr;
     }
-    Pop (first);
-    return result;
+    // The container takes over the elements, or releases them when it can't be made.
+    void const ** items = fStack + first;
+    fStackCount = first;
+    PLTypeRef result = dictionary
+        ? PLTypeRef (AdoptDictionary (fOptions.fAllocator, items, items + count, PLIndex (count),
+            fOptions.fMutableContainers))
+        : PLTypeRef (AdoptArray (fOptions.fAllocator, items, PLIndex (count), fOptions.fMutableContainers));
+    return result != nullptr ? result : Fail ("out of memory", payload);
 }
 
 // ---- Writing ----------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 // Data: a block of bytes, copied into the object, borrowed from the creator (no-copy), or growing
-// (mutable).
+// (mutable: the capacity it is made with is in the object's block, and what outgrows it moves to
+// a block of its own).
 #include "Internal.h"
 
 #include <cstdio>
@@ -77,7 +78,8 @@ bool Reserve (__PLData * data, PLIndex needed)
         return false;
     if (data->fLength > 0)
         std::memcpy (bytes, data->fBytes, std::size_t (data->fLength));
-    Deallocate (data->fDeallocator, data->fBytes);
+    if (data->fDeallocator != nullptr)
+        Deallocate (data->fDeallocator, data->fBytes);
     data->fBytes = bytes;
     data->fCapacity = PLIndex (capacity);
     data->fDeallocator = data->fAllocator;
@@ -126,16 +128,14 @@ PLDataRef PLDataCreateCopy (PLAllocatorRef allocator, PLDataRef data)
 
 PLMutableDataRef PLDataCreateMutable (PLAllocatorRef allocator, PLIndex capacity)
 {
-    if (capacity < 0)
+    if (capacity < 0 || std::size_t (capacity) > SIZE_MAX - sizeof (__PLData))
         return nullptr;
-    __PLData * data = NewObject<__PLData> (allocator, kDataClass);
+    __PLData * data = NewObject<__PLData> (allocator, kDataClass, sizeof (__PLData) + std::size_t (capacity));
     if (data == nullptr)
         return nullptr;
+    data->fBytes = reinterpret_cast<uint8_t *> (data + 1);
+    data->fCapacity = capacity;
     data->fMutable = true;
-    if (! Reserve (data, capacity)) {
-        DiscardObject (data);
-        return nullptr;
-    }
     return data;
 }
 

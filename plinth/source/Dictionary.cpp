@@ -10,9 +10,26 @@ using namespace Plinth;
 
 namespace Plinth {
 
-HashTable::Slot * HashTable::PrepareInsert (uint32_t hash)
+uint32_t HashTable::RoomFor (int64_t count)
 {
-    if ((int64_t (fCount) + 1) * 4 > int64_t (fCapacity) * 3 && ! Grow ())
+    if (count <= 0 || count > 0x30000000)
+        return 0;
+    uint32_t capacity = 2;
+    while (uint64_t (count) * 4 > uint64_t (capacity) * 3)
+        capacity *= 2;
+    return capacity;
+}
+
+void HashTable::Start (Slot * room, uint32_t capacity)
+{
+    fSlots = capacity != 0 ? room : nullptr;
+    fCapacity = capacity;
+    fShift = uint8_t (capacity != 0 ? 32 - __builtin_ctz (capacity) : 32);
+}
+
+HashTable::Slot * HashTable::PrepareInsert (uint32_t hash, PLAllocatorRef allocator)
+{
+    if ((int64_t (fCount) + 1) * 4 > int64_t (fCapacity) * 3 && ! Grow (allocator))
         return nullptr;
     uint32_t i = Home (hash);
     while (fSlots [i].fKey != nullptr)
@@ -21,22 +38,22 @@ HashTable::Slot * HashTable::PrepareInsert (uint32_t hash)
     return &fSlots [i];
 }
 
-bool HashTable::Grow ()
+bool HashTable::Grow (PLAllocatorRef allocator)
 {
     if (fCapacity >= 0x40000000u)
         return false;
     uint32_t capacity = fCapacity == 0 ? 8 : fCapacity * 2;
-    Slot * slots = static_cast<Slot *> (Allocate (fAllocator, capacity * sizeof (Slot)));
+    Slot * slots = static_cast<Slot *> (Allocate (allocator, capacity * sizeof (Slot)));
     if (slots == nullptr)
         return false;
     std::memset (slots, 0, capacity * sizeof (Slot));
     Slot * old = fSlots;
     uint32_t oldCapacity = fCapacity;
+    bool oldOwnBlock = fOwnBlock;
     fSlots = slots;
     fCapacity = capacity;
-    --fShift;
-    if (oldCapacity == 0)
-        fShift = 29;
+    fShift = uint8_t (32 - __builtin_ctz (capacity));
+    fOwnBlock = true;
     for (uint32_t k = 0; k < oldCapacity; ++k)
         if (old [k].fKey != nullptr) {
             uint32_t i = Home (old [k].fHash);
@@ -44,7 +61,8 @@ bool HashTable::Grow ()
                 i = (i + 1) & (fCapacity - 1);
             fSlots [i] = old [k];
         }
-    Deallocate (fAllocator, old);
+    if (oldOwnBlock)
+        Deallocate (allocator, old);
     return true;
 }
 
@@ -65,30 +83,40 @@ void HashTable::Remove (Slot * slot)
     --fCount;
 }
 
-void HashTable::Clear ()
+void HashTable::Clear (PLAllocatorRef allocator)
 {
-    Deallocate (fAllocator, fSlots);
+    fCount = 0;
+    if (! fOwnBlock) {
+        if (fCapacity != 0)
+            std::memset (fSlots, 0, fCapacity * sizeof (Slot));
+        return;
+    }
+    Deallocate (allocator, fSlots);
     fSlots = nullptr;
     fCapacity = 0;
     fShift = 32;
-    fCount = 0;
+    fOwnBlock = false;
 }
 
 }
 
+// A dictionary or a set is one allocation: the object, copies of its callbacks when they are not
+// shared constants, then the table's starting room.
 struct __PLDictionary : Object {
     HashTable fTable;
-    PLDictionaryKeyCallBacks fKeys;
-    PLDictionaryValueCallBacks fValues;
-    KeyCallBacks fLookup;
+    PLDictionaryKeyCallBacks const * fKeys;
+    PLDictionaryValueCallBacks const * fValues;
     bool fMutable;
+
+    KeyCallBacks Lookup () const { return KeyCallBacks { fKeys->equal, fKeys->hash }; }
 };
 
 struct __PLSet : Object {
     HashTable fTable;
-    PLSetCallBacks fCallBacks;
-    KeyCallBacks fLookup;
+    PLSetCallBacks const * fCallBacks;
     bool fMutable;
+
+    KeyCallBacks Lookup () const { return KeyCallBacks { fCallBacks->equal, fCallBacks->hash }; }
 };
 
 namespace {
@@ -114,8 +142,8 @@ void ReleaseEntries (__PLDictionary * d)
     for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
         HashTable::Slot & slot = d->fTable.At (i);
         if (slot.fKey != nullptr) {
-            ReleaseWith (d->fKeys.release, d->fAllocator, slot.fKey);
-            ReleaseWith (d->fValues.release, d->fAllocator, slot.fValue);
+            ReleaseWith (d->fKeys->release, d->fAllocator, slot.fKey);
+            ReleaseWith (d->fValues->release, d->fAllocator, slot.fValue);
         }
     }
 }
@@ -124,7 +152,7 @@ void FinalizeDictionary (Object * object)
 {
     __PLDictionary * d = static_cast<__PLDictionary *> (object);
     ReleaseEntries (d);
-    d->fTable.~HashTable ();
+    d->fTable.Free (d->fAllocator);
 }
 
 bool ValuesEqual (PLDictionaryValueCallBacks const & callBacks, void const * x, void const * y)
@@ -142,8 +170,8 @@ bool EqualDictionaries (Object const * x, Object const * y)
         HashTable::Slot const & slot = a->fTable.At (i);
         if (slot.fKey == nullptr)
             continue;
-        HashTable::Slot * other = b->fTable.Find (slot.fKey, uint32_t (b->fLookup.Hash (slot.fKey)), b->fLookup);
-        if (other == nullptr || ! ValuesEqual (a->fValues, slot.fValue, other->fValue))
+        HashTable::Slot * other = b->fTable.Find (slot.fKey, uint32_t (b->Lookup ().Hash (slot.fKey)), b->Lookup ());
+        if (other == nullptr || ! ValuesEqual (*a->fValues, slot.fValue, other->fValue))
             return false;
     }
     return true;
@@ -164,9 +192,9 @@ PLStringRef DescribeDictionary (Object const * object)
         if (slot.fKey == nullptr)
             continue;
         text.AppendASCII ("    ");
-        AppendDescription (text, slot.fKey, d->fKeys.copyDescription);
+        AppendDescription (text, slot.fKey, d->fKeys->copyDescription);
         text.AppendASCII (" = ");
-        AppendDescription (text, slot.fValue, d->fValues.copyDescription);
+        AppendDescription (text, slot.fValue, d->fValues->copyDescription);
         text.AppendASCII (";\n");
     }
     text.AppendASCII ("}");
@@ -178,44 +206,54 @@ Class const kDictionaryClass = { kDictionaryType, "PLDictionary", FinalizeDictio
 
 __PLDictionary * AsDictionary (void const * object) { return As<__PLDictionary> (object, kDictionaryType); }
 
+// An empty dictionary with room in its block for `count` entries.
 __PLDictionary * MakeDictionary (PLAllocatorRef allocator, PLDictionaryKeyCallBacks const * keyCallBacks,
-    PLDictionaryValueCallBacks const * valueCallBacks, bool isMutable)
+    PLDictionaryValueCallBacks const * valueCallBacks, bool isMutable, int64_t count)
 {
-    __PLDictionary * d = NewObject<__PLDictionary> (allocator, kDictionaryClass);
+    uint32_t room = HashTable::RoomFor (count);
+    std::size_t size = sizeof (__PLDictionary)
+        + CallBacksCopySize (keyCallBacks, kPLTypeDictionaryKeyCallBacks, kNoKeyCallBacks)
+        + CallBacksCopySize (valueCallBacks, kPLTypeDictionaryValueCallBacks, kNoValueCallBacks)
+        + room * sizeof (HashTable::Slot);
+    __PLDictionary * d = NewObject<__PLDictionary> (allocator, kDictionaryClass, size);
     if (d == nullptr)
         return nullptr;
+    unsigned char * next = reinterpret_cast<unsigned char *> (d + 1);
+    d->fKeys = KeepCallBacks (keyCallBacks, kPLTypeDictionaryKeyCallBacks, kNoKeyCallBacks, next);
+    d->fValues = KeepCallBacks (valueCallBacks, kPLTypeDictionaryValueCallBacks, kNoValueCallBacks, next);
     new (&d->fTable) HashTable ();
-    d->fTable.SetAllocator (d->fAllocator);
-    d->fKeys = keyCallBacks != nullptr ? *keyCallBacks : kNoKeyCallBacks;
-    d->fValues = valueCallBacks != nullptr ? *valueCallBacks : kNoValueCallBacks;
-    d->fLookup = KeyCallBacks { d->fKeys.equal, d->fKeys.hash };
+    d->fTable.Start (reinterpret_cast<HashTable::Slot *> (next), room);
     d->fMutable = isMutable;
     return d;
 }
 
-// Adds or replaces; false when memory ran out.
-bool Store (__PLDictionary * d, void const * key, void const * value)
+// Adds or replaces; false when memory ran out. Adopting, the dictionary takes over a reference to
+// the key and the value instead of retaining them, and gives them back when they are not stored.
+bool Store (__PLDictionary * d, void const * key, void const * value, bool adopt = false)
 {
-    if (key == nullptr)
+    if (key == nullptr) {
+        if (adopt)
+            ReleaseWith (d->fValues->release, d->fAllocator, value);
         return true;
-    uint32_t hash = uint32_t (d->fLookup.Hash (key));
-    HashTable::Slot * slot = d->fTable.Find (key, hash, d->fLookup);
+    }
+    uint32_t hash = uint32_t (d->Lookup ().Hash (key));
+    HashTable::Slot * slot = d->fTable.Find (key, hash, d->Lookup ());
     // Take the new counts before giving up the old ones: the new key or value may be the old.
-    void const * newKey = RetainWith (d->fKeys.retain, d->fAllocator, key);
-    void const * newValue = RetainWith (d->fValues.retain, d->fAllocator, value);
+    void const * newKey = adopt ? key : RetainWith (d->fKeys->retain, d->fAllocator, key);
+    void const * newValue = adopt ? value : RetainWith (d->fValues->retain, d->fAllocator, value);
     if (slot != nullptr) {
         void const * oldKey = slot->fKey;
         void const * oldValue = slot->fValue;
         slot->fKey = newKey;
         slot->fValue = newValue;
-        ReleaseWith (d->fKeys.release, d->fAllocator, oldKey);
-        ReleaseWith (d->fValues.release, d->fAllocator, oldValue);
+        ReleaseWith (d->fKeys->release, d->fAllocator, oldKey);
+        ReleaseWith (d->fValues->release, d->fAllocator, oldValue);
         return true;
     }
-    slot = d->fTable.PrepareInsert (hash);
+    slot = d->fTable.PrepareInsert (hash, d->fAllocator);
     if (slot == nullptr) {
-        ReleaseWith (d->fKeys.release, d->fAllocator, newKey);
-        ReleaseWith (d->fValues.release, d->fAllocator, newValue);
+        ReleaseWith (d->fKeys->release, d->fAllocator, newKey);
+        ReleaseWith (d->fValues->release, d->fAllocator, newValue);
         return false;
     }
     d->fTable.Insert (slot, newKey, newValue);
@@ -229,8 +267,8 @@ void FinalizeSet (Object * object)
     __PLSet * s = static_cast<__PLSet *> (object);
     for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
         if (s->fTable.At (i).fKey != nullptr)
-            ReleaseWith (s->fCallBacks.release, s->fAllocator, s->fTable.At (i).fKey);
-    s->fTable.~HashTable ();
+            ReleaseWith (s->fCallBacks->release, s->fAllocator, s->fTable.At (i).fKey);
+    s->fTable.Free (s->fAllocator);
 }
 
 bool EqualSets (Object const * x, Object const * y)
@@ -241,7 +279,7 @@ bool EqualSets (Object const * x, Object const * y)
         return false;
     for (uint32_t i = 0; i < a->fTable.Capacity (); ++i) {
         void const * member = a->fTable.At (i).fKey;
-        if (member != nullptr && b->fTable.Find (member, uint32_t (b->fLookup.Hash (member)), b->fLookup) == nullptr)
+        if (member != nullptr && b->fTable.Find (member, uint32_t (b->Lookup ().Hash (member)), b->Lookup ()) == nullptr)
             return false;
     }
     return true;
@@ -260,7 +298,7 @@ PLStringRef DescribeSet (Object const * object)
     for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
         if (s->fTable.At (i).fKey != nullptr) {
             text.AppendASCII ("    ");
-            AppendDescription (text, s->fTable.At (i).fKey, s->fCallBacks.copyDescription);
+            AppendDescription (text, s->fTable.At (i).fKey, s->fCallBacks->copyDescription);
             text.AppendASCII (",\n");
         }
     text.AppendASCII (")}");
@@ -271,15 +309,19 @@ Class const kSetClass = { kSetType, "PLSet", FinalizeSet, EqualSets, HashSet, De
 
 __PLSet * AsSet (void const * object) { return As<__PLSet> (object, kSetType); }
 
-__PLSet * MakeSet (PLAllocatorRef allocator, PLSetCallBacks const * callBacks, bool isMutable)
+// An empty set with room in its block for `count` members.
+__PLSet * MakeSet (PLAllocatorRef allocator, PLSetCallBacks const * callBacks, bool isMutable, int64_t count)
 {
-    __PLSet * s = NewObject<__PLSet> (allocator, kSetClass);
+    uint32_t room = HashTable::RoomFor (count);
+    std::size_t size = sizeof (__PLSet) + CallBacksCopySize (callBacks, kPLTypeSetCallBacks, kNoKeyCallBacks)
+        + room * sizeof (HashTable::Slot);
+    __PLSet * s = NewObject<__PLSet> (allocator, kSetClass, size);
     if (s == nullptr)
         return nullptr;
+    unsigned char * next = reinterpret_cast<unsigned char *> (s + 1);
+    s->fCallBacks = KeepCallBacks (callBacks, kPLTypeSetCallBacks, kNoKeyCallBacks, next);
     new (&s->fTable) HashTable ();
-    s->fTable.SetAllocator (s->fAllocator);
-    s->fCallBacks = callBacks != nullptr ? *callBacks : kNoKeyCallBacks;
-    s->fLookup = KeyCallBacks { s->fCallBacks.equal, s->fCallBacks.hash };
+    s->fTable.Start (reinterpret_cast<HashTable::Slot *> (next), room);
     s->fMutable = isMutable;
     return s;
 }
@@ -288,14 +330,35 @@ bool AddMember (__PLSet * s, void const * value)
 {
     if (value == nullptr)
         return true;
-    uint32_t hash = uint32_t (s->fLookup.Hash (value));
-    if (s->fTable.Find (value, hash, s->fLookup) != nullptr)
+    uint32_t hash = uint32_t (s->Lookup ().Hash (value));
+    if (s->fTable.Find (value, hash, s->Lookup ()) != nullptr)
         return true;
-    HashTable::Slot * slot = s->fTable.PrepareInsert (hash);
+    HashTable::Slot * slot = s->fTable.PrepareInsert (hash, s->fAllocator);
     if (slot == nullptr)
         return false;
-    s->fTable.Insert (slot, RetainWith (s->fCallBacks.retain, s->fAllocator, value), nullptr);
+    s->fTable.Insert (slot, RetainWith (s->fCallBacks->retain, s->fAllocator, value), nullptr);
     return true;
+}
+
+}
+
+namespace Plinth {
+
+PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
+    bool isMutable)
+{
+    __PLDictionary * d = MakeDictionary (allocator, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks,
+        isMutable, count);
+    for (PLIndex i = 0; i < count; ++i)
+        if (d == nullptr || ! Store (d, keys [i], values [i], true)) {
+            for (PLIndex rest = d == nullptr ? i : i + 1; rest < count; ++rest) {
+                PLRelease (keys [rest]);
+                PLRelease (values [rest]);
+            }
+            PLRelease (d);
+            return nullptr;
+        }
+    return d;
 }
 
 }
@@ -304,10 +367,10 @@ extern "C" {
 
 PLTypeID PLDictionaryGetTypeID (void) { return kDictionaryType; }
 
-PLMutableDictionaryRef PLDictionaryCreateMutable (PLAllocatorRef allocator, PLIndex,
+PLMutableDictionaryRef PLDictionaryCreateMutable (PLAllocatorRef allocator, PLIndex capacity,
     PLDictionaryKeyCallBacks const * keyCallBacks, PLDictionaryValueCallBacks const * valueCallBacks)
 {
-    return MakeDictionary (allocator, keyCallBacks, valueCallBacks, true);
+    return MakeDictionary (allocator, keyCallBacks, valueCallBacks, true, capacity);
 }
 
 PLDictionaryRef PLDictionaryCreate (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
@@ -315,7 +378,7 @@ PLDictionaryRef PLDictionaryCreate (PLAllocatorRef allocator, void const ** keys
 {
     if (count < 0 || (count > 0 && (keys == nullptr || values == nullptr)))
         return nullptr;
-    __PLDictionary * d = MakeDictionary (allocator, keyCallBacks, valueCallBacks, false);
+    __PLDictionary * d = MakeDictionary (allocator, keyCallBacks, valueCallBacks, false, count);
     if (d == nullptr)
         return nullptr;
     for (PLIndex i = 0; i < count; ++i)
@@ -326,12 +389,14 @@ PLDictionaryRef PLDictionaryCreate (PLAllocatorRef allocator, void const ** keys
     return d;
 }
 
-PLMutableDictionaryRef PLDictionaryCreateMutableCopy (PLAllocatorRef allocator, PLIndex, PLDictionaryRef dictionary)
+PLMutableDictionaryRef PLDictionaryCreateMutableCopy (PLAllocatorRef allocator, PLIndex capacity,
+    PLDictionaryRef dictionary)
 {
     __PLDictionary const * source = AsDictionary (dictionary);
     if (source == nullptr)
         return nullptr;
-    __PLDictionary * d = MakeDictionary (allocator, &source->fKeys, &source->fValues, true);
+    __PLDictionary * d = MakeDictionary (allocator, source->fKeys, source->fValues, true,
+        capacity > source->fTable.Count () ? capacity : source->fTable.Count ());
     if (d == nullptr)
         return nullptr;
     for (uint32_t i = 0; i < source->fTable.Capacity (); ++i) {
@@ -360,7 +425,7 @@ PLBoolean PLDictionaryGetValueIfPresent (PLDictionaryRef dictionary, void const 
     __PLDictionary const * d = AsDictionary (dictionary);
     if (d == nullptr || key == nullptr || d->fTable.Count () == 0)
         return false;
-    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->fLookup.Hash (key)), d->fLookup);
+    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->Lookup ().Hash (key)), d->Lookup ());
     if (slot == nullptr)
         return false;
     if (value != nullptr)
@@ -385,7 +450,7 @@ PLBoolean PLDictionaryContainsValue (PLDictionaryRef dictionary, void const * va
     if (d == nullptr)
         return false;
     for (uint32_t i = 0; i < d->fTable.Capacity (); ++i)
-        if (d->fTable.At (i).fKey != nullptr && ValuesEqual (d->fValues, d->fTable.At (i).fValue, value))
+        if (d->fTable.At (i).fKey != nullptr && ValuesEqual (*d->fValues, d->fTable.At (i).fValue, value))
             return true;
     return false;
 }
@@ -426,15 +491,15 @@ void PLDictionaryRemoveValue (PLMutableDictionaryRef dictionary, void const * ke
     __PLDictionary * d = AsDictionary (dictionary);
     if (d == nullptr || ! d->fMutable || key == nullptr)
         return;
-    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->fLookup.Hash (key)), d->fLookup);
+    HashTable::Slot * slot = d->fTable.Find (key, uint32_t (d->Lookup ().Hash (key)), d->Lookup ());
     if (slot == nullptr)
         return;
     void const * oldKey = slot->fKey;
     void const * oldValue = slot->fValue;
     d->fTable.Remove (slot);
     // Released after the table is consistent: a release may free an object that a callback reads.
-    ReleaseWith (d->fKeys.release, d->fAllocator, oldKey);
-    ReleaseWith (d->fValues.release, d->fAllocator, oldValue);
+    ReleaseWith (d->fKeys->release, d->fAllocator, oldKey);
+    ReleaseWith (d->fValues->release, d->fAllocator, oldValue);
 }
 
 void PLDictionaryRemoveAllValues (PLMutableDictionaryRef dictionary)
@@ -443,21 +508,21 @@ void PLDictionaryRemoveAllValues (PLMutableDictionaryRef dictionary)
     if (d == nullptr || ! d->fMutable)
         return;
     ReleaseEntries (d);
-    d->fTable.Clear ();
+    d->fTable.Clear (d->fAllocator);
 }
 
 PLTypeID PLSetGetTypeID (void) { return kSetType; }
 
-PLMutableSetRef PLSetCreateMutable (PLAllocatorRef allocator, PLIndex, PLSetCallBacks const * callBacks)
+PLMutableSetRef PLSetCreateMutable (PLAllocatorRef allocator, PLIndex capacity, PLSetCallBacks const * callBacks)
 {
-    return MakeSet (allocator, callBacks, true);
+    return MakeSet (allocator, callBacks, true, capacity);
 }
 
 PLSetRef PLSetCreate (PLAllocatorRef allocator, void const ** values, PLIndex count, PLSetCallBacks const * callBacks)
 {
     if (count < 0 || (count > 0 && values == nullptr))
         return nullptr;
-    __PLSet * s = MakeSet (allocator, callBacks, false);
+    __PLSet * s = MakeSet (allocator, callBacks, false, count);
     if (s == nullptr)
         return nullptr;
     for (PLIndex i = 0; i < count; ++i)
@@ -468,12 +533,13 @@ PLSetRef PLSetCreate (PLAllocatorRef allocator, void const ** values, PLIndex co
     return s;
 }
 
-PLMutableSetRef PLSetCreateMutableCopy (PLAllocatorRef allocator, PLIndex, PLSetRef set)
+PLMutableSetRef PLSetCreateMutableCopy (PLAllocatorRef allocator, PLIndex capacity, PLSetRef set)
 {
     __PLSet const * source = AsSet (set);
     if (source == nullptr)
         return nullptr;
-    __PLSet * s = MakeSet (allocator, &source->fCallBacks, true);
+    __PLSet * s = MakeSet (allocator, source->fCallBacks, true,
+        capacity > source->fTable.Count () ? capacity : source->fTable.Count ());
     if (s == nullptr)
         return nullptr;
     for (uint32_t i = 0; i < source->fTable.Capacity (); ++i)
@@ -500,7 +566,7 @@ void const * PLSetGetValue (PLSetRef set, void const * value)
     __PLSet const * s = AsSet (set);
     if (s == nullptr || value == nullptr || s->fTable.Count () == 0)
         return nullptr;
-    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->fLookup.Hash (value)), s->fLookup);
+    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->Lookup ().Hash (value)), s->Lookup ());
     return slot == nullptr ? nullptr : slot->fKey;
 }
 
@@ -532,12 +598,12 @@ void PLSetRemoveValue (PLMutableSetRef set, void const * value)
     __PLSet * s = AsSet (set);
     if (s == nullptr || ! s->fMutable || value == nullptr)
         return;
-    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->fLookup.Hash (value)), s->fLookup);
+    HashTable::Slot * slot = s->fTable.Find (value, uint32_t (s->Lookup ().Hash (value)), s->Lookup ());
     if (slot == nullptr)
         return;
     void const * member = slot->fKey;
     s->fTable.Remove (slot);
-    ReleaseWith (s->fCallBacks.release, s->fAllocator, member);
+    ReleaseWith (s->fCallBacks->release, s->fAllocator, member);
 }
 
 void PLSetRemoveAllValues (PLMutableSetRef set)
@@ -547,8 +613,8 @@ void PLSetRemoveAllValues (PLMutableSetRef set)
         return;
     for (uint32_t i = 0; i < s->fTable.Capacity (); ++i)
         if (s->fTable.At (i).fKey != nullptr)
-            ReleaseWith (s->fCallBacks.release, s->fAllocator, s->fTable.At (i).fKey);
-    s->fTable.Clear ();
+            ReleaseWith (s->fCallBacks->release, s->fAllocator, s->fTable.At (i).fKey);
+    s->fTable.Clear (s->fAllocator);
 }
 
 }

@@ -3,6 +3,11 @@
 // back, so that no tombstones slow later probes. Every entry keeps its full hash, so that growing
 // never calls back into the callbacks and most mismatches are rejected without an equality call.
 // Keys are never null: a null key marks a free slot.
+//
+// A table starts on the room its owner's block has for it (an immutable container is made with
+// room for all its entries, a mutable one for the capacity asked), so that a container is one
+// allocation; a table that outgrows that room moves to a block of its own. The owner passes its
+// allocator to the calls that allocate or free.
 #ifndef PLINTH_HASH_TABLE_H
 #define PLINTH_HASH_TABLE_H
 
@@ -33,11 +38,20 @@ public:
     };
 
     HashTable () = default;
-    ~HashTable () { Deallocate (fAllocator, fSlots); }
     HashTable (HashTable const &) = delete;
     HashTable & operator = (HashTable const &) = delete;
 
-    void SetAllocator (PLAllocatorRef allocator) { fAllocator = allocator; }
+    // The slots a table for `count` entries starts with: 0 for none, else the smallest power of
+    // two, at least 2, that holds them at most three quarters full; 0 when `count` is absurd.
+    static uint32_t RoomFor (int64_t count);
+    // Starts on `capacity` zeroed slots (RoomFor's result) at `room`, which the table never frees.
+    void Start (Slot * room, uint32_t capacity);
+    // Frees the table's own block, if it has one; the table is then unusable.
+    void Free (PLAllocatorRef allocator)
+    {
+        if (fOwnBlock)
+            Deallocate (allocator, fSlots);
+    }
     PLIndex Count () const { return fCount; }
     uint32_t Capacity () const { return fCapacity; }
     Slot const & At (uint32_t index) const { return fSlots [index]; }
@@ -59,7 +73,7 @@ public:
 
     // A free slot for a key of `hash` that isn't in the table, with room made first; null when
     // memory ran out.
-    Slot * PrepareInsert (uint32_t hash);
+    Slot * PrepareInsert (uint32_t hash, PLAllocatorRef allocator);
     // Fills the slot that PrepareInsert gave.
     void Insert (Slot * slot, void const * key, void const * value)
     {
@@ -70,17 +84,18 @@ public:
     }
     // Empties `slot` and moves the entries behind it into place; the caller has released its contents.
     void Remove (Slot * slot);
-    void Clear ();
+    // Empties the table: slots in the owner's block stay, a block of its own is freed.
+    void Clear (PLAllocatorRef allocator);
 
 private:
     uint32_t Home (uint32_t hash) const { return (hash * 0x9E3779B1u) >> fShift; }
-    bool Grow ();
+    bool Grow (PLAllocatorRef allocator);
 
-    PLAllocatorRef fAllocator = nullptr;
     Slot * fSlots = nullptr;
     uint32_t fCapacity = 0;
-    uint32_t fShift = 32;
     PLIndex fCount = 0;
+    uint8_t fShift = 32;
+    bool fOwnBlock = false;   // fSlots is a block of the table's own
 };
 
 }

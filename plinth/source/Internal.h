@@ -74,6 +74,46 @@ T * NewObject (PLAllocatorRef allocator, Class const & kind, std::size_t size = 
     return object;
 }
 
+// The callbacks a container keeps for life. Most containers are made with the standard callbacks
+// or none, and those are kept as a pointer to one shared constant instead of a copy of several
+// words; any other structure needs a copy, which the container places in its own block, after
+// the object. Null here means "copy it".
+template <typename CallBacks>
+CallBacks const * SharedCallBacks (CallBacks const * given, CallBacks const & standard, CallBacks const & none)
+{
+    if (given == nullptr || std::memcmp (given, &none, sizeof none) == 0)
+        return &none;
+    if (std::memcmp (given, &standard, sizeof standard) == 0)
+        return &standard;
+    return nullptr;
+}
+
+// Places a copy of `given` in the block after `object` (of type T) unless a shared constant stands
+// for it; gives the pointer the container keeps, and advances `next` past the copy.
+template <typename CallBacks>
+CallBacks const * KeepCallBacks (CallBacks const * given, CallBacks const & standard, CallBacks const & none,
+    unsigned char * & next)
+{
+    if (CallBacks const * shared = SharedCallBacks (given, standard, none))
+        return shared;
+    CallBacks * copy = reinterpret_cast<CallBacks *> (next);
+    *copy = *given;
+    next += sizeof (CallBacks);
+    return copy;
+}
+
+template <typename CallBacks>
+std::size_t CallBacksCopySize (CallBacks const * given, CallBacks const & standard, CallBacks const & none)
+{
+    return SharedCallBacks (given, standard, none) != nullptr ? 0 : sizeof (CallBacks);
+}
+
+// Containers of the standard callbacks that take over one reference to each element instead of
+// retaining it, for readers that made the elements; on failure they release the elements.
+PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable);
+PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
+    bool isMutable);
+
 // The deallocator a no-copy object keeps: null (never free) for the null allocator.
 inline PLAllocatorRef KeptDeallocator (PLAllocatorRef deallocator)
 {
@@ -89,9 +129,6 @@ T * Frozen (T * object)
         object->fMutable = false;
     return object;
 }
-
-// Frees an object that was never handed out (a creation that failed half-way).
-void DiscardObject (Object * object);
 
 inline bool IsKind (void const * object, PLTypeID type)
 {

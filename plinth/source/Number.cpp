@@ -13,8 +13,11 @@ struct __PLNumber : Object {
     bool fIsReal;
     // fInteger's bits are an unsigned value of 2^63 or more (kPLNumberUInt64Type).
     bool fIsUnsigned;
-    int64_t fInteger;
-    double fReal;
+    // One or the other, as fIsReal says: a number is as small as a date.
+    union {
+        int64_t fInteger;
+        double fReal;
+    };
 };
 
 struct __PLDate : Object {
@@ -198,8 +201,10 @@ PLNumberRef PLNumberCreate (PLAllocatorRef allocator, PLNumberType type, void co
         return nullptr;
     number->fIsReal = isReal;
     number->fIsUnsigned = isUnsigned;
-    number->fInteger = integer;
-    number->fReal = real;
+    if (isReal)
+        number->fReal = real;
+    else
+        number->fInteger = integer;
     return number;
 }
 

@@ -92,11 +92,6 @@ void UncountObject ()
     __atomic_sub_fetch (&sLiveObjects, 1, __ATOMIC_RELAXED);
 }
 
-void DiscardObject (Object * object)
-{
-    Free (object);
-}
-
 void SpinLock::Lock ()
 {
     while (__atomic_test_and_set (&fHeld, __ATOMIC_ACQUIRE))

@@ -8,11 +8,17 @@ using namespace Plinth;
 
 namespace {
 
+// Where a no-copy string keeps its deallocator: after the object.
+PLAllocatorRef & BorrowedDeallocator (__PLString * string)
+{
+    return *reinterpret_cast<PLAllocatorRef *> (string + 1);
+}
+
 void FinalizeString (Object * object)
 {
     __PLString * string = static_cast<__PLString *> (object);
-    if (string->fDeallocator != nullptr)
-        Deallocate (string->fDeallocator, const_cast<PLUniChar *> (string->fUnits));
+    if (string->fBorrowed && BorrowedDeallocator (string) != nullptr)
+        Deallocate (BorrowedDeallocator (string), const_cast<PLUniChar *> (string->fUnits));
 }
 
 bool EqualStrings (Object const * x, Object const * y)
@@ -232,12 +238,14 @@ PLStringRef PLStringCreateWithCharactersNoCopy (PLAllocatorRef allocator, PLUniC
 {
     if (count < 0 || (units == nullptr && count > 0))
         return nullptr;
-    __PLString * string = NewObject<__PLString> (allocator, kStringClass);
+    __PLString * string = NewObject<__PLString> (allocator, kStringClass,
+        sizeof (__PLString) + sizeof (PLAllocatorRef));
     if (string == nullptr)
         return nullptr;
     string->fUnits = units;
     string->fLength = count;
-    string->fDeallocator = KeptDeallocator (deallocator);
+    string->fBorrowed = true;
+    BorrowedDeallocator (string) = KeptDeallocator (deallocator);
     return string;
 }
 

@@ -5,13 +5,14 @@
 
 #include "Internal.h"
 
+// A string's units follow it in its block, except those of a no-copy string, which keeps where
+// they are and, after the object, the deallocator that frees them (null: borrowed for good).
 struct __PLString : Plinth::Object {
     PLUniChar const * fUnits;
     PLIndex fLength;
-    // Frees fUnits when the string goes; null when they are inline or borrowed for good.
-    PLAllocatorRef fDeallocator;
     uint32_t fHash;
     bool fHashKnown;
+    bool fBorrowed;   // fUnits are the creator's: a no-copy string
 };
 
 namespace Plinth {

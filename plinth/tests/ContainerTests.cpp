@@ -157,3 +157,37 @@ TEST (Array, OrderAndCounts)
     EXPECT_EQ (PLGetRetainCount (x), 2);
     EXPECT_FALSE (PLArrayContainsValue (array, PLRangeMake (0, 0), x));
 }
+
+TEST (Containers, OutgrowTheRoomTheyAreMadeWith)
+{
+    NoLeaks noLeaks;
+    Owned<PLMutableDictionaryRef> d (PLDictionaryCreateMutable (kPLAllocatorDefault, 2, &kPLTypeDictionaryKeyCallBacks,
+        &kPLTypeDictionaryValueCallBacks));
+    Owned<PLMutableSetRef> s (PLSetCreateMutable (kPLAllocatorDefault, 2, &kPLTypeSetCallBacks));
+    Owned<PLMutableArrayRef> a (PLArrayCreateMutable (kPLAllocatorDefault, 2, &kPLTypeArrayCallBacks));
+    std::vector<PLStringRef> keys;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 40; ++i) {
+            keys.push_back (CreateString (("k" + std::to_string (i)).c_str ()));
+            PLDictionarySetValue (d, keys.back (), keys.back ());
+            PLSetAddValue (s, keys.back ());
+            PLArrayAppendValue (a, keys.back ());
+        }
+        for (int i = 0; i < 40; i += 2) {
+            PLDictionaryRemoveValue (d, keys [std::size_t (round * 40 + i)]);
+            PLSetRemoveValue (s, keys [std::size_t (round * 40 + i)]);
+        }
+        EXPECT_EQ (PLDictionaryGetCount (d), 20);
+        EXPECT_EQ (PLSetGetCount (s), 20);
+        EXPECT_EQ (PLArrayGetCount (a), 40);
+        for (int i = 0; i < 40; ++i)
+            EXPECT_EQ (PLDictionaryContainsKey (d, keys [std::size_t (round * 40 + i)]) != 0, i % 2 == 1) << i;
+        PLDictionaryRemoveAllValues (d);
+        PLSetRemoveAllValues (s);
+        PLArrayRemoveAllValues (a);
+    }
+    for (PLStringRef key : keys) {
+        EXPECT_EQ (PLGetRetainCount (key), 1);
+        PLRelease (key);
+    }
+}
