@@ -90,11 +90,21 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
         EXPECT_EQ (result.fStatus, 0);
         EXPECT_EQ (result.fOut.substr (0, 7) + result.fErr, "usage: ");
     }
-    for (char const * wrong : { "$T", "$T -bogus f.xml", "$T -convert yaml f.xml", "$T -extract a raw -x o f.xml",
-             "$T -insert a -uint 1 f.xml", "$T -insert a 1 f.xml", "$T -p -o o f.xml", "$T -lint" }) {
-        Result result = scratch.Shell (wrong);
-        EXPECT_EQ (result.fStatus, 2) << wrong;
-        EXPECT_EQ (result.fErr.substr (0, 7) + result.fOut, "usage: ") << wrong;
+    EXPECT_EQ (scratch.Shell ("$T --version").fOut, "plist-tool " PLIST_TOOL_VERSION "\n");
+    std::pair<char const *, std::string> const wrongs [] = { { "$T", "no command" },
+        { "$T -bogus f.xml", "unknown command \"-bogus\"" },
+        { "$T -convert XML f.xml", "unknown format \"XML\" (binary, xml or json)" },
+        { "$T -extract a yaml f.xml", "unknown format \"yaml\" (binary, xml, json or raw)" },
+        { "$T -extract a raw -x o f.xml", "wrong arguments for -extract" },
+        { "$T -insert a -uint 1 f.xml", "unknown type \"-uint\"" },
+        { "$T -insert a 1 f.xml", "wrong arguments for -insert" },
+        { "$T -insert a 1 2 f.xml", "expected -TYPE before the value, found \"1\"" },
+        { "$T -p -o o f.xml", "wrong arguments for -p" }, { "$T -lint", "-lint needs at least one FILE" } };
+    for (auto const & wrong : wrongs) {
+        Result result = scratch.Shell (wrong.first);
+        EXPECT_EQ (result.fStatus, 2) << wrong.first;
+        EXPECT_EQ (result.fErr.substr (0, result.fErr.find ('\n') + 8) + result.fOut,
+            "plist-tool: " + wrong.second + "\nusage: ") << wrong.first;
     }
     Row const rows [] = {
         { "$T -type servers.1.port f.binary && $T -type 'dot\\.key' f.xml && $T -type '' - < f.xml", 0,
@@ -111,9 +121,10 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
         { "$T -p $D/plistlib/array_nested.xml", 0,
             "[\n    [\n        1\n        [\n            2\n        ]\n    ]\n    3\n    [\n        [\n            []\n"
             "        ]\n    ]\n]\n", "" },
-        { "$T -lint f.binary $D/hostile/cycle-self.binary missing", 1, "f.binary: OK\n",
+        { "$T -lint f.binary $D/hostile/cycle-self.binary missing .", 1, "f.binary: OK\n",
             "plist-tool: " PLINTH_TEST_DATA "/hostile/cycle-self.binary: binary property list: reference cycle (at byte 8)\n"
-            "plist-tool: missing: can't be opened for reading\n" },
+            "plist-tool: missing: can't be opened for reading: No such file or directory\n"
+            "plist-tool: .: can't be opened for reading: Is a directory\n" },
         { "$T -extract servers.5 json f.binary", 1, "",
             "plist-tool: f.binary: key path \"servers.5\": no such index: the array holds 2 values\n" },
         { "$T -extract name.first xml f.binary", 1, "", "plist-tool: f.binary: key path \"name.first\": the value at"

@@ -118,6 +118,33 @@ void Replace (Argument const & file, std::string const & bytes)
 
 }
 
+namespace {
+
+// Why `file` can't be opened for reading, in the C runtime's words ("No such file or directory",
+// "Is a directory"); empty when it can. Asked before Plinth's stream opens the file, since the
+// stream says only that it failed, and a directory opens on POSIX and fails only at the read.
+std::string WhyNotReadable (Argument const & file)
+{
+#ifdef _WIN32
+    std::wstring path = Wide (file.fString);
+    DWORD attributes = ::GetFileAttributesW (path.c_str ());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        return "Is a directory";
+    FILE * probe = ::_wfopen (path.c_str (), L"rb");
+#else
+    struct stat status;
+    if (::stat (file.fText.c_str (), &status) == 0 && S_ISDIR (status.st_mode))
+        return "Is a directory";
+    FILE * probe = std::fopen (file.fText.c_str (), "rb");
+#endif
+    if (probe == nullptr)
+        return std::strerror (errno);    // NOLINT(concurrency-mt-unsafe): the tool runs on one thread
+    std::fclose (probe);
+    return "";
+}
+
+}
+
 bool IsStandardStream (Argument const & file)
 {
     return file.fText == "-";
@@ -139,6 +166,9 @@ std::string ReadAll (Argument const & file)
             throw Failure { "can't be read", "" };
         return bytes;
     }
+    std::string reason = WhyNotReadable (file);
+    if (! reason.empty ())
+        throw Failure { "can't be opened for reading: " + reason, "" };
     Owned<PLURLRef> url (CreateURL (file.fString));
     Owned<PLReadStreamRef> stream (PLReadStreamCreateWithFile (kPLAllocatorDefault, url));
     if (stream.Get () == nullptr || ! PLReadStreamOpen (stream))

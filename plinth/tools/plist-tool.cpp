@@ -7,9 +7,9 @@
 // -remove without -o replace the file whole (Files.h). Encoding comes before writing, so a value
 // that the format can't hold leaves the output alone.
 //
-// Exit status: 0 on success, 1 when anything failed, 2 for a wrong command line (with the usage on
-// standard error). Each failure is one line on standard error: "plist-tool: FILE: reason", with
-// `key path "a.b":` before the reason when it concerns one value.
+// Exit status: 0 on success, 1 when anything failed, 2 for a wrong command line (a line naming what
+// is wrong, then the usage, on standard error). Each failure is one line on standard error:
+// "plist-tool: FILE: reason", with `key path "a.b":` before the reason when it concerns one value.
 #include "Files.h"
 #include "JSON.h"
 
@@ -39,7 +39,7 @@ char const kUsage [] =
     "       plist-tool -insert KEYPATH -TYPE VALUE [-o OUT] FILE\n"
     "       plist-tool -replace KEYPATH -TYPE VALUE [-o OUT] FILE\n"
     "       plist-tool -remove KEYPATH [-o OUT] FILE\n"
-    "       plist-tool -h | --help\n"
+    "       plist-tool -h | --help | --version\n"
     "\n"
     "FILE is a binary or XML property list, or JSON. - is standard input as FILE, standard output\n"
     "as OUT. -convert, -insert, -replace and -remove rewrite FILE unless -o names OUT; edits keep\n"
@@ -57,6 +57,18 @@ int Usage (FILE * stream, int status)
 {
     std::fputs (kUsage, stream);
     return status;
+}
+
+// A wrong command line: what is wrong with it, in one line, then the usage; status 2.
+int Wrong (std::string const & problem)
+{
+    std::fprintf (stderr, "plist-tool: %s\n", problem.c_str ());
+    return Usage (stderr, 2);
+}
+
+std::string Quoted (std::string const & word)
+{
+    return "\"" + word + "\"";
 }
 
 enum class Format { kBinary, kXML, kJSON, kRaw };
@@ -234,7 +246,7 @@ int ConvertCommand (Invocation const & invocation)
 {
     Format to, from;
     if (! ParseFormat (invocation.fArguments [0].fText, false, to))
-        return Usage (stderr, 2);
+        return Wrong ("unknown format " + Quoted (invocation.fArguments [0].fText) + " (binary, xml or json)");
     Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, from));
     WriteAll (invocation.Destination (invocation.fFile), Encode (value, to, KeyPath ()));
     return 0;
@@ -244,7 +256,7 @@ int ExtractCommand (Invocation const & invocation)
 {
     Format to, from;
     if (! ParseFormat (invocation.fArguments [1].fText, true, to))
-        return Usage (stderr, 2);
+        return Wrong ("unknown format " + Quoted (invocation.fArguments [1].fText) + " (binary, xml, json or raw)");
     Owned<PLTypeRef> value (Read (invocation.fFile, kPLPropertyListImmutable, from));
     KeyPath path = ParseKeyPath (invocation.fArguments [0].fText);
     WriteAll (invocation.Destination (Argument { "-", nullptr }), Encode (Find (value, path), to, path));
@@ -257,10 +269,10 @@ int EditCommand (Invocation const & invocation, Edit edit)
     if (edit != Edit::kRemove) {
         Argument const & type = invocation.fArguments [1], & text = invocation.fArguments [2];
         if (type.fText.size () < 2 || type.fText [0] != '-')
-            return Usage (stderr, 2);
+            return Wrong ("expected -TYPE before the value, found " + Quoted (type.fText));
         *value.Out () = CreateValue (type.fText.substr (1), text.fText, text.fString);
         if (value.Get () == nullptr)
-            return Usage (stderr, 2);
+            return Wrong ("unknown type " + Quoted (type.fText));
     }
     Format format;
     Owned<PLTypeRef> root (Read (invocation.fFile, kPLPropertyListMutableContainers, format));
@@ -317,11 +329,18 @@ int Run (std::vector<Argument> const & arguments)
     std::string name = arguments.empty () ? "" : arguments [0].fText;
     if (name == "-h" || name == "--help")
         return Usage (stdout, 0);
-    if (name == "-lint" && arguments.size () >= 2)
-        return Lint (std::vector<Argument> (arguments.begin () + 1, arguments.end ()));
+    if (name == "--version") {
+        std::printf ("plist-tool %s\n", PLIST_TOOL_VERSION);
+        return 0;
+    }
+    if (name == "-lint")
+        return arguments.size () >= 2 ? Lint (std::vector<Argument> (arguments.begin () + 1, arguments.end ()))
+                                      : Wrong ("-lint needs at least one FILE");
     for (Command const & command : kCommands) {
-        if (name != command.fName || arguments.size () < command.fArguments + 2)
+        if (name != command.fName)
             continue;
+        if (arguments.size () < command.fArguments + 2)
+            break;
         std::size_t rest = arguments.size () - 1 - command.fArguments;
         bool output = rest == 3 && command.fTakesOutput && arguments [command.fArguments + 1].fText == "-o";
         if (rest != 1 && ! output)
@@ -336,7 +355,12 @@ int Run (std::vector<Argument> const & arguments)
             return 1;
         }
     }
-    return Usage (stderr, 2);
+    if (arguments.empty ())
+        return Wrong ("no command");
+    for (Command const & command : kCommands)
+        if (name == command.fName)
+            return Wrong ("wrong arguments for " + name);
+    return Wrong ("unknown command " + Quoted (name));
 }
 
 }
