@@ -16,6 +16,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -220,9 +221,13 @@ long HRESULTFromWin32 (unsigned long code)
 const long kFail = long (0x80004005);
 const long kUnexpected = long (0x8000FFFF);
 
+// Outside a handler there is nothing to re-raise, and the bare re-raise below would end the
+// process: the misuse is an assertion instead, like every other misuse of the library.
 Description::Description ()
     : fResult (kFail), fLine (0)
 {
+    SKERRY_SITE ("Skerry::Exceptions::Description::Description");
+    SKERRY_ASSERT (std::current_exception ());
     try {
         throw;
     }
@@ -268,6 +273,8 @@ Description::~Description () = default;
 
 long LogAndTranslateFunc (char const * function, char const * file, int line)
 {
+    SKERRY_SITE ("Skerry::Exceptions::LogAndTranslateFunc");
+    SKERRY_ASSERT (std::current_exception ());
     try {
         throw;
     }

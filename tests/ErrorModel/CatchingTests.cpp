@@ -1,6 +1,8 @@
 // The catching tools: one ladder of seven kinds, as a Description and as a logged line.
 #include <LibSkerry/Exceptions>
 
+#include "ChildProcess.h"
+#include "Expect.h"
 #include "JotLog.h"
 
 #include <gtest/gtest.h>
@@ -142,4 +144,19 @@ TEST (Catching, ThreadsDescribeAtTheSameTime)
         return line.compare (0, 16, "Handler: caught ") == 0 && WellFormedTrace (line.substr (line.find ("stack trace:\n") + 13));
     }), kThreads * kRounds);
     EXPECT_EQ (lines.size (), 2u * kThreads * kRounds);
+}
+
+// Outside a handler there is nothing to describe: an assertion, where a bare re-raise would end
+// the process (hence a child of its own).
+TEST (InChild, CatchingToolsOutsideAHandler)
+{
+    SkerryTest::ExpectAssertion ([] { Description outside; }, "assertion failed: std::current_exception ()",
+        "Skerry::Exceptions::Description::Description", "Exceptions");
+    SkerryTest::ExpectAssertion ([] { LogAndTranslateFunc ("Test", "Test", 1); },
+        "assertion failed: std::current_exception ()", "Skerry::Exceptions::LogAndTranslateFunc", "Exceptions");
+}
+
+TEST (Catching, OutsideAHandlerIsAnAssertion)
+{
+    EXPECT_EQ (SkerryTest::RunInChild ("CatchingToolsOutsideAHandler").fExitCode, 0ul);
 }
