@@ -34,8 +34,10 @@ export LC_ALL := C.UTF-8
 setup:
 	@scripts/setup
 
+CONFIGURE = test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i686-mingw.cmake >/dev/null
+
 configure: setup
-	@test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-i686-mingw.cmake >/dev/null
+	@$(CONFIGURE)
 
 # cmake's own make must not inherit ours: it would print every directory it enters.
 CMAKE_BUILD = env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(BUILD) -j $(JOBS)
@@ -68,7 +70,11 @@ bench: configure
 	@cmake -S plinth -B $(NATIVE) >/dev/null && env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthBench PropertyListBench >/dev/null && $(NATIVE)/PlinthBench && $(NATIVE)/PropertyListBench
 	@$(warm_wine); status=0; for b in $(BUILD)/bin/*Bench.exe; do wine $$b || status=1; done; wineserver -k; exit $$status
 
-install: build
+# Installing builds what it installs and nothing else: no tests, no benchmarks, no Wine prefix.
+install:
+	@scripts/setup --build-only
+	@$(CONFIGURE)
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 # Plinth's portable core, natively: the same tests as under Wine, with the sanitizers.
