@@ -333,10 +333,11 @@ bool FileSystemObjectExists (const std::wstring & path, bool * isDirectory)
 
 namespace {
 
-// The outcome table of both waits; `count` handles were waited on.
-unsigned long WaitOutcome (char const * skerrySiteFunction, DWORD result, unsigned long count,
-    unsigned long timeout, bool allowAbandoned)
+// The outcome table of both waits, reported as `function`; `count` handles were waited on.
+unsigned long WaitOutcome (char const * function, DWORD result, unsigned long count, unsigned long timeout,
+    bool allowAbandoned)
 {
+    SKERRY_SITE (function);
     if (result == WAIT_FAILED)
         SKERRY_THROW_WIN32 (::GetLastError ());
     if (result == WAIT_TIMEOUT) {
