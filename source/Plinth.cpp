@@ -1,7 +1,15 @@
 // The counted-reference wrappers of Plinth objects: the reference rules that all of them share,
-// and the members of PlinthData and PlinthSet that aren't inline.
+// and the members that aren't inline: the creations of strings and dictionaries, the conversions
+// between Plinth strings and code pages, the case-insensitive key callbacks and the snapshot.
 
+#include <LibSkerry/ArrayBuffer>
+#include <LibSkerry/CodePages>
 #include <LibSkerry/Plinth>
+
+#include <windows.h>
+
+#include <cstdarg>
+#include <memory>
 
 namespace Skerry {
 
@@ -11,12 +19,16 @@ namespace {
 unsigned long const kInternalError = 1359;
 // Skerry error 3: Plinth gave null where an object was to be created or held.
 unsigned long const kNullObject = 3;
+// Skerry error 6: the writing pass of a conversion gave another count than its sizing pass.
+unsigned long const kCountMismatch = 6;
 
 }
 
 static_assert (sizeof (PlinthObject) == sizeof (void *), "a wrapper is one pointer");
 static_assert (sizeof (PlinthData) == sizeof (void *), "a wrapper is one pointer");
 static_assert (sizeof (PlinthSet) == sizeof (void *), "a wrapper is one pointer");
+static_assert (sizeof (PlinthStringWithFormat) == sizeof (void *), "a wrapper is one pointer");
+static_assert (sizeof (PlinthMutableDictionary) == sizeof (void *), "a wrapper is one pointer");
 
 PlinthObject::PlinthObject (void const * object, bool retain)
     : fObject (object)
@@ -170,6 +182,325 @@ PlinthSet & PlinthSet::operator = (PlinthSet const & that)
 
 PlinthSet::~PlinthSet ()
 {
+}
+
+unsigned long const PlinthString::kDefaultEqualsFlags;
+
+namespace {
+
+// The length first, then the bytes, each with its own assertion.
+__PLString const * CreateStringWithData (PlinthData const & data, unsigned int encoding, bool isExternalRepresentation)
+{
+    long length = data.GetLength ();
+    void const * bytes = data.GetBytes ();
+    return PLStringCreateWithBytes (kPLAllocatorDefault, static_cast<uint8_t const *> (bytes), length, encoding,
+        isExternalRepresentation);
+}
+
+// The guards compare a size with its conversion to int: signed with unsigned on purpose.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
+
+// Narrow text back into a Plinth string, in the code page the text carries.
+__PLString const * CreateStringFromANSI (ANSIStringFromPlinth const & s)
+{
+    SKERRY_SITE ("CreateStringFromANSI");
+    if (s.empty ())
+        return __PLStringMakeConstantString ("");
+    std::size_t length = s.size ();
+    SKERRY_ASSERT (int (length) == length);
+    int wideCharBufferCount = ::MultiByteToWideChar (s.GetCodePage (), 0, s.data (), int (length), NULL, 0);
+    if (wideCharBufferCount == 0)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    SKERRY_ASSERT (wideCharBufferCount > 0);
+    ArrayBuffer<wchar_t> units (wideCharBufferCount);
+    int written = ::MultiByteToWideChar (s.GetCodePage (), 0, s.data (), int (length), units, wideCharBufferCount);
+    if (written == 0)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    if (written != wideCharBufferCount)
+        SKERRY_THROW_SKERRY (kCountMismatch);
+    return PLStringCreateWithCharacters (kPLAllocatorDefault, reinterpret_cast<PLUniChar const *> (+units.operator wchar_t * ()),
+        wideCharBufferCount);
+}
+
+// Gives a buffer from the array allocation operator, which the caller owns, and its count.
+char * CreateANSIFromUTF16 (wchar_t const * units, std::size_t bufferCount, unsigned int codePage,
+    std::size_t & narrowCount)
+{
+    SKERRY_SITE ("CreateANSIFromUTF16");
+    SKERRY_ASSERT (bufferCount);
+    SKERRY_ASSERT (int (bufferCount) == bufferCount);
+    int narrowCharBufferCount = ::WideCharToMultiByte (codePage, 0, units, int (bufferCount), NULL, 0, NULL, NULL);
+    if (narrowCharBufferCount == 0)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    SKERRY_ASSERT (narrowCharBufferCount > 0);
+    SKERRY_ASSERT (int (narrowCharBufferCount) == narrowCharBufferCount);
+    std::unique_ptr<char []> buffer (new char [narrowCharBufferCount]);
+    int written = ::WideCharToMultiByte (codePage, 0, units, int (bufferCount), buffer.get (), narrowCharBufferCount,
+        NULL, NULL);
+    if (written == 0)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    if (written != narrowCharBufferCount)
+        SKERRY_THROW_SKERRY (kCountMismatch);
+    narrowCount = std::size_t (written);
+    return buffer.release ();
+}
+
+#pragma GCC diagnostic pop
+
+}
+
+PlinthString::PlinthString (__PLString const * s, bool retain)
+    : PlinthType (s, retain)
+{
+}
+
+PlinthString::PlinthString (PlinthString const & that, PLRange range)
+    : PlinthType (PLStringCreateWithSubstring (that.GetAllocator (), that.Raw (), range), false)
+{
+}
+
+PlinthString::PlinthString (PlinthData const & data, unsigned int encoding, bool isExternalRepresentation)
+    : PlinthType (CreateStringWithData (data, encoding, isExternalRepresentation), false)
+{
+}
+
+PlinthString::PlinthString (ANSIStringFromPlinth const & s)
+    : PlinthType (CreateStringFromANSI (s), false)
+{
+}
+
+PlinthString::PlinthString (PlinthString const & that)
+    : PlinthType (that)
+{
+}
+
+PlinthString & PlinthString::operator = (PlinthString const & that)
+{
+    PlinthType::operator = (that);
+    return *this;
+}
+
+PlinthString::~PlinthString ()
+{
+}
+
+__PLString const * PlinthString::CreateWithBytes (void const * bytes, PLIndex count, unsigned int encoding)
+{
+    return PLStringCreateWithBytes (kPLAllocatorDefault, static_cast<uint8_t const *> (bytes), count, encoding, false);
+}
+
+__PLString const * PlinthString::CreateWithCharacters (void const * units, PLIndex count)
+{
+    return PLStringCreateWithCharacters (kPLAllocatorDefault, static_cast<PLUniChar const *> (units), count);
+}
+
+// The base holds Plinth's immortal empty string until the formatted one takes its place, so that
+// the base's rule on null applies; the constant needs neither a retain nor a release.
+PlinthStringWithFormat::PlinthStringWithFormat (__PLString const * format, ...)
+    : PlinthString (__PLStringMakeConstantString (""), false)
+{
+    SKERRY_SITE ("Skerry::PlinthStringWithFormat::PlinthStringWithFormat");
+    va_list arguments;
+    va_start (arguments, format);
+    fObject = PLStringCreateWithFormatAndArguments (kPLAllocatorDefault, NULL, format, arguments);
+    va_end (arguments);
+    SKERRY_ASSERT (fObject);
+}
+
+PlinthStringWithFormat::PlinthStringWithFormat (PlinthStringWithFormat const & that)
+    : PlinthString (that)
+{
+}
+
+PlinthStringWithFormat & PlinthStringWithFormat::operator = (PlinthStringWithFormat const & that)
+{
+    PlinthString::operator = (that);
+    return *this;
+}
+
+PlinthStringWithFormat::~PlinthStringWithFormat ()
+{
+}
+
+UTF16StringFromPlinth::UTF16StringFromPlinth (__PLString const * plstr)
+{
+    Construct (plstr);
+}
+
+UTF16StringFromPlinth::UTF16StringFromPlinth (PlinthString const & s)
+{
+    Construct (s.Raw ());
+}
+
+// Assigned by count, so that null units stay.
+void UTF16StringFromPlinth::Construct (__PLString const * plstr)
+{
+    SKERRY_SITE ("Skerry::UTF16StringFromPlinth::Construct");
+    SKERRY_ASSERT (plstr);
+    PLIndex length = PLStringGetLength (plstr);
+    if (length == 0)
+        return;
+    ArrayBuffer<unsigned short> units (length);
+    PLStringGetCharacters (plstr, PLRangeMake (0, length), units);
+    assign (reinterpret_cast<wchar_t const *> (+units.operator unsigned short * ()), std::size_t (length));
+}
+
+ANSIStringFromPlinth::ANSIStringFromPlinth (__PLString const * plstr, unsigned int codePage)
+    : fCodePage (0)
+{
+    Construct (plstr, codePage);
+}
+
+ANSIStringFromPlinth::ANSIStringFromPlinth (PlinthString const & s, unsigned int codePage)
+    : fCodePage (0)
+{
+    Construct (s.Raw (), codePage);
+}
+
+// The code page is resolved for every string, the empty one too, so that the text can go back.
+void ANSIStringFromPlinth::Construct (__PLString const * plstr, unsigned int codePage)
+{
+    UTF16StringFromPlinth units (plstr);
+    fCodePage = ResolveCodePage (codePage);
+    if (units.empty ())
+        return;
+    std::size_t count = 0;
+    ArrayBuffer<char> narrow (CreateANSIFromUTF16 (units.data (), units.size (), fCodePage, count));
+    assign (narrow, count);
+}
+
+PlinthDictionary::PlinthDictionary (__PLDictionary const * dictionary, bool retain)
+    : PlinthType (dictionary, retain)
+{
+}
+
+PlinthDictionary::PlinthDictionary (PlinthDictionary const & that)
+    : PlinthType (that)
+{
+}
+
+PlinthDictionary & PlinthDictionary::operator = (PlinthDictionary const & that)
+{
+    PlinthType::operator = (that);
+    return *this;
+}
+
+PlinthDictionary::~PlinthDictionary ()
+{
+}
+
+namespace {
+
+bool IsString (void const * object)
+{
+    return PLGetTypeID (object) == PLStringGetTypeID ();
+}
+
+// Plinth's own case-insensitive comparison for two strings; for anything else, the standard
+// equality.
+PLBoolean PlinthCaseInsensitiveEqual (void const * x, void const * y)
+{
+    if (IsString (x) && IsString (y))
+        return PLStringCompareWithOptions (static_cast<PLStringRef> (x), static_cast<PLStringRef> (y),
+            PLRangeMake (0, PLStringGetLength (static_cast<PLStringRef> (x))), kPLCompareCaseInsensitive) == kPLCompareEqualTo;
+    return kPLTypeDictionaryKeyCallBacks.equal (x, y);
+}
+
+// The standard hash of the text lowered by the platform. Plinth calls this from its own code, which
+// an exception must never cross: any failure is logged, and the key hashes to 0, which costs only
+// speed.
+PLHashCode PlinthCaseInsensitiveHash (void const * key)
+{
+    if (! IsString (key))
+        return kPLTypeDictionaryKeyCallBacks.hash (key);
+    PLHashCode hash = 0;
+    try {
+        SKERRY_SITE ("PlinthCaseInsensitiveHash");
+        PLStringRef string = static_cast<PLStringRef> (key);
+        PLIndex count = PLStringGetLength (string);
+        ArrayBuffer<unsigned short> units (count);
+        PLStringGetCharacters (string, PLRangeMake (0, count), units);
+        ::CharLowerBuffW (reinterpret_cast<wchar_t *> (+units.operator unsigned short * ()), DWORD (count));
+        // The lowered units are read in place, never copied again and never freed by Plinth.
+        PLStringRef lowered = PLStringCreateWithCharactersNoCopy (kPLAllocatorDefault, units, count, kPLAllocatorNull);
+        if (lowered == NULL)
+            SKERRY_THROW_SKERRY (kNullObject);
+        PLHashCode loweredHash = kPLTypeDictionaryKeyCallBacks.hash (lowered);
+        PLRelease (lowered);
+        hash = loweredHash;
+    }
+    catch (...) {
+        Exceptions::LogAndTranslateFunc ("PlinthCaseInsensitiveHash", __FILE__, __LINE__);
+    }
+    return hash;
+}
+
+PLDictionaryKeyCallBacks CaseInsensitiveKeyCallbacks ()
+{
+    PLDictionaryKeyCallBacks callbacks = kPLTypeDictionaryKeyCallBacks;
+    callbacks.equal = PlinthCaseInsensitiveEqual;
+    callbacks.hash = PlinthCaseInsensitiveHash;
+    return callbacks;
+}
+
+}
+
+// The library's one static initialiser: it runs when the library is loaded, before any of its
+// functions can be called, and the structure is only read afterwards.
+PLDictionaryKeyCallBacks const PlinthMutableDictionary::kCaseInsensitiveKeyCallbacks = CaseInsensitiveKeyCallbacks ();
+
+PlinthMutableDictionary::PlinthMutableDictionary (bool caseSensitive)
+    : PlinthDictionary (PLDictionaryCreateMutable (kPLAllocatorDefault, 0,
+          caseSensitive ? &kPLTypeDictionaryKeyCallBacks : &kCaseInsensitiveKeyCallbacks, &kPLTypeDictionaryValueCallBacks),
+          false)
+{
+}
+
+PlinthMutableDictionary::PlinthMutableDictionary (__PLDictionary * dictionary, bool retain)
+    : PlinthDictionary (dictionary, retain)
+{
+}
+
+PlinthMutableDictionary::PlinthMutableDictionary (PlinthMutableDictionary const & that)
+    : PlinthDictionary (that)
+{
+}
+
+PlinthMutableDictionary & PlinthMutableDictionary::operator = (PlinthMutableDictionary const & that)
+{
+    PlinthDictionary::operator = (that);
+    return *this;
+}
+
+PlinthMutableDictionary::~PlinthMutableDictionary ()
+{
+}
+
+// From the last pair down, so that of keys this dictionary finds equal the first pair is stored
+// last and wins.
+void PlinthMutableDictionary::CopyRoot (PlinthDictionary const & source)
+{
+    PlinthDictionaryPairs pairs (source);
+    for (unsigned int index = pairs.size (); index-- > 0;)
+        SetValue (pairs [index].key, pairs [index].value);
+}
+
+// Each key and value takes a count of its own as it is wrapped; a failure releases the pairs
+// taken so far as the vector unwinds.
+PlinthDictionaryPairs::PlinthDictionaryPairs (PlinthDictionary const & dictionary)
+{
+    long count = dictionary.Count ();
+    if (count == 0)
+        return;
+    std::vector<void const *> keys (count), values (count);
+    PLDictionaryGetKeysAndValues (dictionary.Raw (), keys.data (), values.data ());
+    fPairs.reserve (count);
+    for (long index = 0; index < count; ++index) {
+        PlinthObject key (keys [index], true);
+        PlinthObject value (values [index], true);
+        fPairs.emplace_back (key, value);
+    }
 }
 
 }
