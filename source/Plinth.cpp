@@ -265,6 +265,18 @@ PlinthString::PlinthString (PlinthData const & data, unsigned int encoding, bool
 {
 }
 
+// The forms without a guard are the library's own, so that a string made from wide text costs one
+// call more than Plinth's alone.
+PlinthString::PlinthString (std::wstring const & s)
+    : PlinthType (CreateWithCharacters (s.data (), PLIndex (s.size ())), false)
+{
+}
+
+PlinthString::PlinthString (wchar_t const * s, long length)
+    : PlinthType (CreateWithCharacters (s, length), false)
+{
+}
+
 PlinthString::PlinthString (ANSIStringFromPlinth const & s)
     : PlinthType (CreateStringFromANSI (s), false)
 {
