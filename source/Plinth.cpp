@@ -213,13 +213,14 @@ __PLString const * CreateStringFromANSI (ANSIStringFromPlinth const & s)
     if (wideCharBufferCount == 0)
         SKERRY_THROW_WIN32 (::GetLastError ());
     SKERRY_ASSERT (wideCharBufferCount > 0);
-    ArrayBuffer<wchar_t> units (wideCharBufferCount);
+    ArrayBuffer<wchar_t> buffer (wideCharBufferCount);
+    wchar_t * units = buffer;
     int written = ::MultiByteToWideChar (s.GetCodePage (), 0, s.data (), int (length), units, wideCharBufferCount);
     if (written == 0)
         SKERRY_THROW_WIN32 (::GetLastError ());
     if (written != wideCharBufferCount)
         SKERRY_THROW_SKERRY (kCountMismatch);
-    return PLStringCreateWithCharacters (kPLAllocatorDefault, reinterpret_cast<PLUniChar const *> (+units.operator wchar_t * ()),
+    return PLStringCreateWithCharacters (kPLAllocatorDefault, reinterpret_cast<PLUniChar const *> (units),
         wideCharBufferCount);
 }
 
@@ -353,9 +354,10 @@ void UTF16StringFromPlinth::Construct (__PLString const * plstr)
     PLIndex length = PLStringGetLength (plstr);
     if (length == 0)
         return;
-    ArrayBuffer<unsigned short> units (length);
+    ArrayBuffer<unsigned short> buffer (length);
+    unsigned short * units = buffer;
     PLStringGetCharacters (plstr, PLRangeMake (0, length), units);
-    assign (reinterpret_cast<wchar_t const *> (+units.operator unsigned short * ()), std::size_t (length));
+    assign (reinterpret_cast<wchar_t const *> (units), std::size_t (length));
 }
 
 ANSIStringFromPlinth::ANSIStringFromPlinth (__PLString const * plstr, unsigned int codePage)
@@ -413,9 +415,12 @@ bool IsString (void const * object)
 // equality.
 PLBoolean PlinthCaseInsensitiveEqual (void const * x, void const * y)
 {
-    if (IsString (x) && IsString (y))
-        return PLStringCompareWithOptions (static_cast<PLStringRef> (x), static_cast<PLStringRef> (y),
-            PLRangeMake (0, PLStringGetLength (static_cast<PLStringRef> (x))), kPLCompareCaseInsensitive) == kPLCompareEqualTo;
+    if (IsString (x) && IsString (y)) {
+        PLStringRef string = static_cast<PLStringRef> (x);
+        PLRange whole = PLRangeMake (0, PLStringGetLength (string));
+        return PLStringCompareWithOptions (string, static_cast<PLStringRef> (y), whole, kPLCompareCaseInsensitive)
+            == kPLCompareEqualTo;
+    }
     return kPLTypeDictionaryKeyCallBacks.equal (x, y);
 }
 
@@ -431,9 +436,10 @@ PLHashCode PlinthCaseInsensitiveHash (void const * key)
         SKERRY_SITE ("PlinthCaseInsensitiveHash");
         PLStringRef string = static_cast<PLStringRef> (key);
         PLIndex count = PLStringGetLength (string);
-        ArrayBuffer<unsigned short> units (count);
+        ArrayBuffer<unsigned short> buffer (count);
+        unsigned short * units = buffer;
         PLStringGetCharacters (string, PLRangeMake (0, count), units);
-        ::CharLowerBuffW (reinterpret_cast<wchar_t *> (+units.operator unsigned short * ()), DWORD (count));
+        ::CharLowerBuffW (reinterpret_cast<wchar_t *> (units), DWORD (count));
         // The lowered units are read in place, never copied again and never freed by Plinth.
         PLStringRef lowered = PLStringCreateWithCharactersNoCopy (kPLAllocatorDefault, units, count, kPLAllocatorNull);
         if (lowered == NULL)
@@ -448,7 +454,7 @@ PLHashCode PlinthCaseInsensitiveHash (void const * key)
     return hash;
 }
 
-PLDictionaryKeyCallBacks CaseInsensitiveKeyCallbacks ()
+PLDictionaryKeyCallBacks CaseInsensitiveKeyCallbacks () noexcept
 {
     PLDictionaryKeyCallBacks callbacks = kPLTypeDictionaryKeyCallBacks;
     callbacks.equal = PlinthCaseInsensitiveEqual;
@@ -464,8 +470,8 @@ PLDictionaryKeyCallBacks const PlinthMutableDictionary::kCaseInsensitiveKeyCallb
 
 PlinthMutableDictionary::PlinthMutableDictionary (bool caseSensitive)
     : PlinthDictionary (PLDictionaryCreateMutable (kPLAllocatorDefault, 0,
-          caseSensitive ? &kPLTypeDictionaryKeyCallBacks : &kCaseInsensitiveKeyCallbacks, &kPLTypeDictionaryValueCallBacks),
-          false)
+          caseSensitive ? &kPLTypeDictionaryKeyCallBacks : &kCaseInsensitiveKeyCallbacks,
+          &kPLTypeDictionaryValueCallBacks), false)
 {
 }
 
