@@ -76,14 +76,17 @@ int main ()
     std::wstring text = Key (1);
     PLUniChar const * units = reinterpret_cast<PLUniChar const *> (text.data ());
     options.fOperationsPerBatch = 50000;
-    std::pair<double, double> wide = SkerryBench::AlternatingMedians (
-        [&] { PlinthString string (text); },
-        [&] { PLRelease (PLStringCreateWithCharacters (kPLAllocatorDefault, units, PLIndex (text.size ()))); }, options);
+    auto raw = [&] { PLRelease (PLStringCreateWithCharacters (kPLAllocatorDefault, units, PLIndex (text.size ()))); };
+    std::pair<double, double> wide = SkerryBench::AlternatingMedians ([&] { PlinthString string (text); }, raw, options);
     SkerryBench::Report ("PlinthString (std::wstring) vs raw", wide.first, wide.second, 1.10);
     std::pair<double, double> terminated = SkerryBench::AlternatingMedians (
         [&] { PlinthString string (text.c_str ()); },
         [&] { PLRelease (PLStringCreateWithCharacters (kPLAllocatorDefault, units, PLIndex (std::wcslen (text.c_str ())))); },
         options);
     SkerryBench::Breakdown ("PlinthString (wchar_t const *) vs raw with wcslen", terminated.first, terminated.second);
+    // What the machine's noise alone makes of one operation against itself: ratios closer to 1 than
+    // this say nothing.
+    std::pair<double, double> noise = SkerryBench::AlternatingMedians (raw, raw, options);
+    SkerryBench::Breakdown ("noise floor: the raw call against itself", noise.first, noise.second);
     return found == 0;   // a lookup that finds nothing measured nothing
 }
