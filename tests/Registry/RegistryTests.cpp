@@ -285,27 +285,33 @@ TEST_F (RegistryTest, NotifyChange)
     EXPECT_EQ (::WaitForSingleObject (changed, 10000), DWORD (WAIT_OBJECT_0));
 }
 
+// Enough sub-keys for the snapshot's vector to grow, which takes no handle of its own: one duplicate
+// per element, as each opened key is copied in.
 TEST_F (RegistryTest, SubKeysSnapshot)
 {
     EXPECT_EQ (SubKeys (fRoot).size (), 0u);
-    for (const wchar_t * name : { L"b", L"a", L"c" })
-        Key (fRoot, name, true, KEY_READ);
+    const std::wstring names = L"abcdefghijkl";
+    for (wchar_t name : L"lkjihgfedcba")
+        if (name != L'\0')
+            Key (fRoot, std::wstring (1, name), true, KEY_READ);
     SKERRY_INTERPOSE (open, "ADVAPI32.dll", RegOpenKeyExW);
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
     std::optional<SubKeys> snapshot (std::in_place, Key (HKEY_CURRENT_USER, Path (), false, KEY_READ));
+    EXPECT_EQ (duplicate.Calls (), names.size ());
     SubKeys copy (*snapshot);
-    ASSERT_EQ (copy.size (), 3u);
+    ASSERT_EQ (copy.size (), names.size ());
     EXPECT_EQ (std::get<3> (open.CallArguments ().back ()), DWORD (KEY_ALL_ACCESS));
-    for (unsigned int i = 0; i < 3; ++i) {
-        EXPECT_EQ (copy [i].name, std::wstring (1, L"abc" [i]));
+    for (unsigned int i = 0; i < names.size (); ++i) {
+        EXPECT_EQ (copy [i].name, names.substr (i, 1));
         EXPECT_NE (Raw (copy [i].key), Raw ((*snapshot) [i].key));
     }
     snapshot.reset ();
     copy [1].key.SetValue (L"v", L"set through the copy");    // the parent is gone, the copy is its own
     EXPECT_EQ (Key (fRoot, L"b", false, KEY_READ).GetValue (L"v"), L"set through the copy");
-    ExpectAssertion ([&] { (void) copy [3]; }, "assertion failed: index < fSubKeys.size ()", "Skerry::Registry::SubKeys::operator []",
-        "Utilities");
+    ExpectAssertion ([&] { (void) copy [names.size ()]; }, "assertion failed: index < fSubKeys.size ()",
+        "Skerry::Registry::SubKeys::operator []", "Utilities");
     copy = SubKeys (fRoot);
-    EXPECT_EQ (copy.size (), 3u);
+    EXPECT_EQ (copy.size (), names.size ());
 }
 
 // A snapshot that fails to open or close a sub-key leaves nothing open; a destructor whose first

@@ -57,21 +57,29 @@ struct RootKey {
     HKEY fKey;
 };
 
+// KEY of the command line: its root, the path below it, and the text as the user wrote it.
+struct KeyName {
+    HKEY fRoot;
+    std::wstring fPath;
+    std::wstring fText;
+};
+
 RootKey const kRootKeys [] = { { L"HKEY_CURRENT_USER", L"HKCU", HKEY_CURRENT_USER },
     { L"HKEY_LOCAL_MACHINE", L"HKLM", HKEY_LOCAL_MACHINE }, { L"HKEY_CLASSES_ROOT", L"HKCR", HKEY_CLASSES_ROOT },
     { L"HKEY_USERS", L"HKU", HKEY_USERS }, { L"HKEY_CURRENT_CONFIG", L"HKCC", HKEY_CURRENT_CONFIG } };
 
-// The root of KEY and the path below it, without separators at its ends; false for an unknown root.
-bool ParseKey (const std::wstring & text, HKEY & root, std::wstring & path)
+// The path below the root is taken without separators at its end; false for an unknown root.
+bool ParseKey (const std::wstring & text, KeyName & key)
 {
     std::size_t separator = text.find (L'\\');
     std::wstring name = text.substr (0, separator);
-    path = separator == std::wstring::npos ? L"" : text.substr (separator + 1);
-    while (! path.empty () && path.back () == L'\\')
-        path.pop_back ();
+    key.fPath = separator == std::wstring::npos ? L"" : text.substr (separator + 1);
+    while (! key.fPath.empty () && key.fPath.back () == L'\\')
+        key.fPath.pop_back ();
+    key.fText = text;
     for (const RootKey & known : kRootKeys)
         if (::lstrcmpiW (name.c_str (), known.fName) == 0 || ::lstrcmpiW (name.c_str (), known.fShortName) == 0) {
-            root = known.fKey;
+            key.fRoot = known.fKey;
             return true;
         }
     return false;
@@ -126,15 +134,12 @@ int Report (const std::wstring & where, const std::string & file)
     return 1;
 }
 
-int Export (const std::wstring & key, const std::wstring & file, bool binary)
+int Export (const KeyName & key, const std::wstring & file, bool binary)
 {
-    HKEY root = nullptr;
-    std::wstring path, where = key;
-    if (! ParseKey (key, root, path))
-        return Wrong ("unknown root key in \"" + Narrow (key) + "\"");
+    std::wstring where = key.fText;
     File output (file);
     try {
-        Tree tree = ReadTree (Skerry::Registry::Key (root, path, false, KEY_READ), where);
+        Tree tree = ReadTree (Skerry::Registry::Key (key.fRoot, key.fPath, false, KEY_READ), where);
         Owned<PLTypeRef> list (CreatePropertyList (tree));
         Owned<PLStringRef> error;
         Owned<PLDataRef> data (PLPropertyListCreateData (kPLAllocatorDefault, list,
@@ -150,12 +155,9 @@ int Export (const std::wstring & key, const std::wstring & file, bool binary)
     }
 }
 
-int Import (const std::wstring & file, const std::wstring & key)
+int Import (const std::wstring & file, const KeyName & key)
 {
-    HKEY root = nullptr;
-    std::wstring path, where = key;
-    if (! ParseKey (key, root, path))
-        return Wrong ("unknown root key in \"" + Narrow (key) + "\"");
+    std::wstring where = key.fText;
     File input (file);
     try {
         std::string bytes = PlistTool::ReadAll (input.fArgument);
@@ -167,7 +169,7 @@ int Import (const std::wstring & file, const std::wstring & key)
         if (list.Get () == nullptr)
             throw Failure { PlinthCXX::UTF8 (error), "" };
         Tree tree = TreeFromPropertyList (list);
-        WriteTree (Skerry::Registry::Key (root, path, true, KEY_ALL_ACCESS), tree, where);
+        WriteTree (Skerry::Registry::Key (key.fRoot, key.fPath, true, KEY_ALL_ACCESS), tree, where);
         return 0;
     }
     catch (...) {
@@ -184,15 +186,20 @@ int Run (const std::vector<std::wstring> & arguments)
         std::printf ("regplist %s\n", REGPLIST_VERSION);
         return 0;
     }
-    if (command == L"export") {
-        std::size_t first = arguments.size () > 1 && arguments [1] == L"-binary" ? 2 : 1;
-        if (arguments.size () <= first || arguments.size () > first + 2)
-            return Wrong ("export takes [-binary] KEY [FILE]");
-        return Export (arguments [first], arguments.size () > first + 1 ? arguments [first + 1] : L"-", first == 2);
-    }
-    if (command == L"import")
-        return arguments.size () == 3 ? Import (arguments [1], arguments [2]) : Wrong ("import takes FILE KEY");
-    return Wrong (command.empty () ? "no command" : "unknown command \"" + Narrow (command) + "\"");
+    bool exporting = command == L"export";
+    if (! exporting && command != L"import")
+        return Wrong (command.empty () ? "no command" : "unknown command \"" + Narrow (command) + "\"");
+    // export [-binary] KEY [FILE], import FILE KEY
+    bool binary = exporting && arguments.size () > 1 && arguments [1] == L"-binary";
+    std::size_t keyIndex = exporting ? (binary ? 2 : 1) : 2;
+    if (exporting ? arguments.size () <= keyIndex || arguments.size () > keyIndex + 2 : arguments.size () != 3)
+        return Wrong (exporting ? "export takes [-binary] KEY [FILE]" : "import takes FILE KEY");
+    KeyName key {};
+    if (! ParseKey (arguments [keyIndex], key))
+        return Wrong ("unknown root key in \"" + Narrow (arguments [keyIndex]) + "\"");
+    if (! exporting)
+        return Import (arguments [1], key);
+    return Export (key, arguments.size () > keyIndex + 1 ? arguments [keyIndex + 1] : L"-", binary);
 }
 
 }
