@@ -1,6 +1,7 @@
 # The commands of the project. Each runs scripts/setup first, which installs what is missing and
 # prints nothing when all is there.
-#   make demo      build, then run the main job (examples/Demo) under Wine
+#   make demo      build, then run the main job (examples/Demo) under Wine, and export the
+#                  registry keys it made with regplist
 #   make test      build everything, run the whole suite under Wine with CTest (and the static
 #                  analysis, scripts/tidy, as its test StaticAnalysis)
 #   make tidy      the static analysis alone: clang-tidy over the library's sources
@@ -55,8 +56,10 @@ define warm_wine
 	wineserver -p; wine cmd /c exit >/dev/null 2>&1
 endef
 
+# After the demo, regplist exports the registry keys that it made.
 demo: quiet-build
-	@$(warm_wine); wine $(BUILD)/bin/Demo.exe; status=$$?; wineserver -k; exit $$status
+	@$(warm_wine); wine $(BUILD)/bin/Demo.exe && printf '\n$$ regplist export "HKCU\\Software\\Tolvane Demo"\n' \
+	  && wine $(BUILD)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo'; status=$$?; wineserver -k; exit $$status
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
@@ -74,7 +77,7 @@ bench: configure
 install:
 	@scripts/setup --build-only
 	@$(CONFIGURE)
-	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 # Plinth's portable core, natively: the same tests as under Wine, with the sanitizers.

@@ -1,7 +1,7 @@
 // The main job: a program that uses LibSkerry the way an application does. It makes a real
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
-// then it waits on kernel objects the strict way, reads its DLL's version, and takes text through
-// Base64 and two code pages and back.
+// then it waits on kernel objects the strict way, reads its DLL's version, takes text through
+// Base64 and two code pages and back, and keeps settings in the registry.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -116,6 +116,40 @@ void ShowKernelObjects ()
         unsigned (version >> 16) & 0xFFFF, unsigned (version) & 0xFFFF);
 }
 
+// Settings of the demo under HKEY_CURRENT_USER\Software\Tolvane Demo, made afresh: values of three
+// types and two sub-keys, read back the strict way; a string stored without its terminator,
+// refused; the sub-keys as a snapshot. `make demo` then exports the tree with regplist.
+void ShowRegistry ()
+{
+    using Skerry::Registry::Key;
+    if (Key::Exists (HKEY_CURRENT_USER, L"Software\\Tolvane Demo"))
+        Key::DeleteTree (HKEY_CURRENT_USER, L"Software\\Tolvane Demo");
+    Key settings (HKEY_CURRENT_USER, L"Software\\Tolvane Demo\\Settings", true, KEY_ALL_ACCESS);
+    settings.SetValue (L"Greeting", L"Hello from Tolvane");
+    const wchar_t cache [] = L"%TEMP%\\Tolvane";
+    settings.SetValue (L"Cache", cache, sizeof cache, REG_EXPAND_SZ);
+    settings.SetValue (L"Window width", 1280ul);
+    Key (settings, L"Recent files", true, KEY_ALL_ACCESS).SetValue (L"1", L"C:\\report.txt");
+    Key (settings, L"Plug-ins", true, KEY_ALL_ACCESS);
+    unsigned long width = 0;
+    settings.GetValue (L"Window width", width);
+    std::printf ("Greeting (REG_SZ):          \"%s\"\n", Skerry::ANSIStringFromWide (settings.GetValue (L"Greeting"), 65001).c_str ());
+    std::printf ("Cache (REG_EXPAND_SZ):      \"%s\"\n", Skerry::ANSIStringFromWide (settings.GetValue (L"Cache"), 65001).c_str ());
+    std::printf ("Window width (REG_DWORD):   %lu\n", width);
+    // Six bytes, and the character after them isn't zero: the registry stores them as they are.
+    settings.SetValue (L"Broken", L"abcX", 6, REG_SZ);
+    try {
+        settings.GetValue (L"Broken");
+        std::printf ("unexpectedly, a string without terminator was read\n");
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        std::printf ("Broken (REG_SZ, 6 bytes, no terminator): refused, Win32 error %lu from %s\n", e.fCode, e.fFunction);
+    }
+    Skerry::Registry::SubKeys subKeys (settings);
+    for (unsigned int i = 0; i < subKeys.size (); ++i)
+        std::printf ("sub-key %u:                  \"%s\"\n", i, Skerry::ANSIStringFromWide (subKeys [i].name, 65001).c_str ());
+}
+
 }
 
 int main ()
@@ -162,5 +196,8 @@ int main ()
         ShowSite ("Win32", e);
         std::printf ("  code:     %lu\n", e.fCode);
     }
+
+    std::printf ("\nThe registry ...\n");
+    ShowRegistry ();
     return 0;
 }

@@ -1,5 +1,5 @@
-// Kernel objects (Handle, Event, Overlapped, Mutex) and the process services of
-// Skerry::Miscellany.
+// Kernel objects (Handle, Event, Overlapped, Mutex), the process services of Skerry::Miscellany,
+// and registry keys, values and sub-key snapshots (Skerry::Registry).
 
 #include <LibSkerry/Utilities>
 #include <LibSkerry/Exceptions>
@@ -8,8 +8,12 @@
 
 #include <windows.h>
 #include <rpc.h>
+#include <shlwapi.h>
 
+#include <cstring>
+#include <cwchar>
 #include <exception>
+#include <utility>
 
 namespace Skerry {
 
@@ -396,6 +400,373 @@ std::wstring ExpandEnvironmentStringsW (const std::wstring & source)
     DWORD actualBufferSize = ::ExpandEnvironmentStringsW (source.c_str (), buffer, requestedBufferSize);
     SKERRY_ASSERT (actualBufferSize == requestedBufferSize);
     return std::wstring (buffer, requestedBufferSize - 1);
+}
+
+}
+
+namespace Registry {
+
+namespace {
+
+// Opens or creates the key of a Key under construction. The registry's calls return their error
+// rather than setting the last error.
+HKEY ConstructKey (HKEY parent, const wchar_t * child, bool create, unsigned long access)
+{
+    SKERRY_SITE ("ConstructKey");
+    SKERRY_ASSERT (parent);
+    SKERRY_ASSERT (child || !create);
+    // Checked for both paths, although only opening uses it.
+    SKERRY_ASSERT (access);
+    HKEY key = NULL;
+    LONG error = create ? ::RegCreateKeyW (parent, child, &key) : ::RegOpenKeyExW (parent, child, 0, access, &key);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    return key;
+}
+
+}
+
+Key::Key (HKEY__ * parent, const wchar_t * child, bool create, unsigned long access)
+    : Handle (ConstructKey (parent, child, create, access))
+{
+    fInvalid = false;
+}
+
+Key::Key (HKEY__ * parent, const std::wstring & child, bool create, unsigned long access)
+    : Key (parent, child.c_str (), create, access)
+{
+}
+
+Key::Key (const Key & parent, const wchar_t * child, bool create, unsigned long access)
+    : Key (parent.Raw (), child, create, access)
+{
+}
+
+Key::Key (const Key & parent, const std::wstring & child, bool create, unsigned long access)
+    : Key (parent.Raw (), child.c_str (), create, access)
+{
+}
+
+Key::Key (const Key & other) = default;
+
+Key::Key (Key && other) noexcept
+    : Handle (other.fHandle)
+{
+    fInvalid = other.fInvalid;
+    other.fInvalid = true;
+}
+
+Key & Key::operator = (const Key & other)
+{
+    Handle::operator = (other);
+    return *this;
+}
+
+// The handle is given up before RegCloseKey is asked, whatever it answers: a failed close must not
+// be followed by the Handle part's CloseHandle on the same value.
+Key::~Key () noexcept (false)
+{
+    if (fInvalid)
+        return;
+    fInvalid = true;
+    LONG error = ::RegCloseKey (Raw ());
+    if (error != ERROR_SUCCESS)
+        RaiseUnlessUnwinding ("Skerry::Registry::Key::~Key", __FILE__, __LINE__, error);
+}
+
+// The query of the child's default value, with neither buffer nor size, succeeds for any child
+// that exists, whether or not the value is set.
+bool Key::Exists (HKEY__ * parent, const wchar_t * child)
+{
+    SKERRY_SITE ("Skerry::Registry::Key::Exists");
+    LONG error = ::RegQueryValueW (parent, child, NULL, NULL);
+    if (error == ERROR_FILE_NOT_FOUND)
+        return false;
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    return true;
+}
+
+bool Key::Exists (HKEY__ * parent, const std::wstring & child)
+{
+    return Exists (parent, child.c_str ());
+}
+
+bool Key::Exists (const Key & parent, const wchar_t * child)
+{
+    return Exists (parent.Raw (), child);
+}
+
+bool Key::Exists (const Key & parent, const std::wstring & child)
+{
+    return Exists (parent.Raw (), child.c_str ());
+}
+
+void Key::Delete (HKEY__ * parent, const wchar_t * child)
+{
+    SKERRY_SITE ("Skerry::Registry::Key::Delete");
+    SKERRY_ASSERT (parent);
+    SKERRY_ASSERT (child);
+    LONG error = ::RegDeleteKeyW (parent, child);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+}
+
+void Key::Delete (HKEY__ * parent, const std::wstring & child)
+{
+    Delete (parent, child.c_str ());
+}
+
+void Key::Delete (const Key & parent, const wchar_t * child)
+{
+    Delete (parent.Raw (), child);
+}
+
+void Key::Delete (const Key & parent, const std::wstring & child)
+{
+    Delete (parent.Raw (), child.c_str ());
+}
+
+void Key::DeleteTree (HKEY__ * parent, const wchar_t * child)
+{
+    SKERRY_SITE ("Skerry::Registry::Key::DeleteTree");
+    SKERRY_ASSERT (parent);
+    SKERRY_ASSERT (child);
+    DWORD error = ::SHDeleteKeyW (parent, child);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+}
+
+void Key::NotifyChange (bool watchSubtree, unsigned long filter, void * event, bool asynchronous) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::NotifyChange");
+    LONG error = ::RegNotifyChangeKeyValue (Raw (), watchSubtree, filter, event, asynchronous);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+}
+
+bool Key::EnumerateSubKeys (unsigned long index, wchar_t * name, unsigned long * nameSize) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::EnumerateSubKeys");
+    LONG error = ::RegEnumKeyExW (Raw (), index, name, nameSize, NULL, NULL, NULL, NULL);
+    if (error == ERROR_NO_MORE_ITEMS)
+        return false;
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    return true;
+}
+
+// A REG_SZ whose last whole character isn't a terminator is told as a value that didn't fit, so
+// that no caller takes it for a terminated string. The buffer is the caller's, of any alignment.
+unsigned long Key::GetValue (const wchar_t * name, void * data, unsigned long * size, unsigned long * type) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::GetValue");
+    if (size == NULL || name == NULL || *name == L'\0')
+        SKERRY_THROW_WIN32 (ERROR_INVALID_PARAMETER);
+    unsigned long ownType = REG_NONE;
+    if (type == NULL)
+        type = &ownType;
+    LONG error = ::RegQueryValueExW (Raw (), name, NULL, type, static_cast<BYTE *> (data), size);
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_MORE_DATA)
+        return error;
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    if (data != NULL && *type == REG_SZ && *size >= sizeof (WCHAR)) {
+        WCHAR last = 0;
+        std::memcpy (&last, static_cast<const BYTE *> (data) + (*size / sizeof (WCHAR) - 1) * sizeof (WCHAR), sizeof last);
+        if (last != 0)
+            return ERROR_MORE_DATA;
+    }
+    return ERROR_SUCCESS;
+}
+
+// Two passes and no retry: a value that changed in between fails the read rather than being read
+// half old, half new.
+std::wstring Key::GetValue (const wchar_t * name) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::GetValue");
+    unsigned long type = REG_NONE;
+    unsigned long bufferSize = GetValueSize (name, &type);
+    SKERRY_ASSERT (type == REG_SZ || type == REG_EXPAND_SZ);
+    SKERRY_ASSERT (0 == bufferSize % sizeof (WCHAR));
+    ArrayBuffer<wchar_t> buffer (bufferSize / sizeof (WCHAR));
+    unsigned long actualSize = bufferSize;
+    unsigned long error = GetValue (name, static_cast<wchar_t *> (buffer), &actualSize, &type);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    SKERRY_ASSERT (0 == actualSize % sizeof (WCHAR));
+    SKERRY_ASSERT (actualSize <= bufferSize);
+    SKERRY_ASSERT (type == REG_SZ || type == REG_EXPAND_SZ);
+    // A value of zero bytes has no terminator to drop: it is the empty string.
+    if (actualSize == 0)
+        return std::wstring ();
+    // The last character is dropped unseen; zero characters before it stay.
+    std::wstring result (buffer, actualSize / sizeof (WCHAR) - 1);
+    if (type == REG_EXPAND_SZ)
+        return Miscellany::ExpandEnvironmentStringsW (result);
+    return result;
+}
+
+// `value` may have been overwritten when the type or size is refused.
+void Key::GetValue (const wchar_t * name, unsigned long & value) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::GetValue");
+    unsigned long size = sizeof value;
+    unsigned long type = REG_NONE;
+    unsigned long error = GetValue (name, &value, &size, &type);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    if (type != REG_DWORD || size != sizeof value)
+        SKERRY_THROW_WIN32 (ERROR_INVALID_PARAMETER);
+}
+
+unsigned long Key::GetValueSize (const wchar_t * name, unsigned long * type) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::GetValueSize");
+    unsigned long size = 0;
+    unsigned long error = GetValue (name, NULL, &size, type);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    return size;
+}
+
+bool Key::ValueExists (const wchar_t * name, unsigned long * type) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::ValueExists");
+    unsigned long size = 0;
+    unsigned long error = GetValue (name, NULL, &size, type);
+    if (error == ERROR_FILE_NOT_FOUND)
+        return false;
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    return true;
+}
+
+void Key::SetValue (const wchar_t * name, const void * data, unsigned long size, unsigned long type) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::SetValue");
+    LONG error = ::RegSetValueExW (Raw (), name, 0, type, static_cast<const BYTE *> (data), size);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+}
+
+void Key::SetValue (const wchar_t * name, const wchar_t * value) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::SetValue");
+    SKERRY_ASSERT (value);
+    std::size_t size = (std::wcslen (value) + 1) * sizeof (WCHAR);
+    SKERRY_ASSERT (size == DWORD (size));
+    SetValue (name, value, DWORD (size), REG_SZ);
+}
+
+// The whole string, zero characters included, and its terminator.
+void Key::SetValue (const wchar_t * name, const std::wstring & value) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::SetValue");
+    std::size_t bufferSize = (value.length () + 1) * sizeof (WCHAR);
+    SKERRY_ASSERT (DWORD (bufferSize) == bufferSize);
+    SetValue (name, value.c_str (), DWORD (bufferSize), REG_SZ);
+}
+
+void Key::SetValue (const wchar_t * name, unsigned long value) const
+{
+    SetValue (name, &value, sizeof value, REG_DWORD);
+}
+
+void Key::DeleteValue (const wchar_t * name) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::DeleteValue");
+    LONG error = ::RegDeleteValueW (Raw (), name);
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+}
+
+// The name buffer holds one more than the longest name the platform allows, so it never grows.
+// An empty name can only be the default value: the empty string is kept for the end.
+std::wstring Key::EnumerateValues (unsigned long index, unsigned long * type, unsigned long * dataSize) const
+{
+    SKERRY_SITE ("Skerry::Registry::Key::EnumerateValues");
+    const unsigned long kValueNameRoom = 16384;
+    ArrayBuffer<wchar_t> buffer (kValueNameRoom);
+    wchar_t * valueName = buffer;
+    unsigned long valueNameSize = kValueNameRoom;
+    LONG error = ::RegEnumValueW (Raw (), index, valueName, &valueNameSize, NULL, type, NULL, dataSize);
+    if (error == ERROR_NO_MORE_ITEMS)
+        return std::wstring ();
+    if (error != ERROR_SUCCESS)
+        SKERRY_THROW_WIN32 (error);
+    SKERRY_ASSERT (valueNameSize && *valueName);
+    return std::wstring (valueName, valueNameSize);
+}
+
+namespace {
+
+// Appends a copy of `element`. A vector grows by copying elements whose destructor can raise, as a
+// SubKey's can, and each copy of a key would be a duplicate and a close; moved by hand into a
+// larger vector, the elements keep their handles and no platform call is made.
+void Append (std::vector<SubKey> & elements, const SubKey & element)
+{
+    if (elements.size () == elements.capacity ()) {
+        std::vector<SubKey> larger;
+        larger.reserve (elements.size () * 2 + 8);
+        for (SubKey & moving : elements)
+            larger.push_back (std::move (moving));
+        elements.swap (larger);
+    }
+    elements.push_back (element);
+}
+
+}
+
+// Each sub-key is opened into a pair that the snapshot copies; the pair then closes its own
+// handle, and the element keeps the duplicate. A failure leaves through the vector's destructor,
+// which closes what was already taken.
+SubKeys::SubKeys (const Key & parent)
+{
+    SKERRY_SITE ("Skerry::Registry::SubKeys::SubKeys");
+    // Key names are at most 255 characters.
+    const unsigned long kSubKeyNameRoom = 256;
+    wchar_t subKeyName [kSubKeyNameRoom];
+    unsigned long nameSize = kSubKeyNameRoom;
+    for (unsigned long index = 0; parent.EnumerateSubKeys (index, subKeyName, &nameSize); ++index) {
+        SKERRY_ASSERT (*subKeyName);
+        SubKey opened = { Key (parent, subKeyName, false, KEY_ALL_ACCESS), std::wstring (subKeyName, nameSize) };
+        Append (fSubKeys, opened);
+        nameSize = kSubKeyNameRoom;
+    }
+}
+
+SubKeys::SubKeys (const SubKeys & other) = default;
+
+// A copy first, so that a failure leaves this snapshot as it was; the old elements then close
+// as the copy goes.
+SubKeys & SubKeys::operator = (const SubKeys & other)
+{
+    SubKeys copy (other);
+    fSubKeys.swap (copy.fSubKeys);
+    return *this;
+}
+
+// The elements close in order, each as it is moved out (its name goes first, then its key). The
+// vector's own destructor can't let a failure out; so a failed close leaves this loop as an
+// exception, and the vector then closes the elements not yet reached, whose failures are logged
+// while that exception unwinds.
+SubKeys::~SubKeys () noexcept (false)
+{
+    for (SubKey & element : fSubKeys)
+        SubKey closing (std::move (element));
+}
+
+unsigned int SubKeys::size ()
+{
+    return unsigned (fSubKeys.size ());
+}
+
+SubKey & SubKeys::operator [] (unsigned int index)
+{
+    SKERRY_SITE ("Skerry::Registry::SubKeys::operator []");
+    SKERRY_ASSERT (index < fSubKeys.size ());
+    return fSubKeys [index];
 }
 
 }

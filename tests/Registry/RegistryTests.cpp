@@ -1,0 +1,344 @@
+// Registry keys, strict value reads, change notification and sub-key snapshots, on the real
+// registry of the test prefix: each test works under a key of HKEY_CURRENT_USER of its own, removed
+// after it, and ends with the handles it found open. Values that break the read rules are written
+// past the library with RegSetValueExW.
+#include <LibSkerry/Utilities>
+
+#include "Expect.h"
+#include "Handles.h"
+#include "Interposer.h"
+#include "JotLog.h"
+
+#include <gtest/gtest.h>
+#include <shlwapi.h>
+
+#include <functional>
+#include <optional>
+#include <regex>
+#include <string>
+#include <thread>
+
+using Skerry::Registry::Key;
+using Skerry::Registry::SubKeys;
+using Skerry::Exceptions::Win32;
+using SkerryTest::ExpectAssertion;
+
+namespace {
+
+HKEY Raw (const Key & key) { return static_cast<HKEY> (static_cast<void *> (key)); }
+
+template <typename Raise>
+unsigned long Win32Code (Raise raise, const char * function)
+{
+    return SkerryTest::Expect<Win32> (raise, function, "Utilities").fCode;
+}
+
+// The key is made before the handles are counted, and removed before they are counted again.
+class RegistryTest : public SkerryTest::HandleLeakTest {
+protected:
+    ~RegistryTest () noexcept override {}
+
+    void TearDown () override
+    {
+        Key::DeleteTree (HKEY_CURRENT_USER, Path ().c_str ());
+        HandleLeakTest::TearDown ();
+    }
+
+    static std::wstring Path () { return L"Software\\SkerryRegistryTests-" + std::to_wstring (::GetCurrentProcessId ()); }
+
+    void SetRaw (const wchar_t * name, DWORD type, const void * data, DWORD size)
+    {
+        ASSERT_EQ (::RegSetValueExW (Raw (fRoot), name, 0, type, static_cast<const BYTE *> (data), size), 0);
+    }
+
+    Key fRoot { HKEY_CURRENT_USER, Path (), true, KEY_ALL_ACCESS };
+};
+
+}
+
+TEST_F (RegistryTest, Keys)
+{
+    const char * construct = "ConstructKey";
+    EXPECT_EQ (Win32Code ([&] { Key (fRoot, L"missing", false, KEY_READ); }, construct), 2ul);
+    EXPECT_FALSE (Key::Exists (fRoot, L"missing"));
+    Key (fRoot, std::wstring (L"a\\b"), true, KEY_READ);    // the parent a as well
+    EXPECT_TRUE (Key::Exists (Raw (fRoot), std::wstring (L"a\\b")));    // without a default value
+    ExpectAssertion ([&] { Key (fRoot, L"c", true, 0); }, "assertion failed: access", construct, "Utilities");
+    ExpectAssertion ([&] { Key (fRoot, nullptr, true, KEY_READ); }, "assertion failed: child || !create", construct,
+        "Utilities");
+    ExpectAssertion ([] { Key (static_cast<HKEY> (nullptr), L"c", false, KEY_READ); }, "assertion failed: parent",
+        construct, "Utilities");
+    Key self (fRoot, nullptr, false, KEY_READ), copy (self);
+    EXPECT_NE (Raw (self), Raw (fRoot));
+    EXPECT_NE (Raw (copy), Raw (self));
+    EXPECT_TRUE (Key::Exists (copy, L"a"));
+
+    EXPECT_EQ (Win32Code ([&] { Key::Delete (fRoot, L"a"); }, "Skerry::Registry::Key::Delete"), 5ul);
+    SKERRY_INTERPOSE (deleteKey, "ADVAPI32.dll", RegDeleteKeyW);
+    SKERRY_INTERPOSE (deleteTree, "SHLWAPI.dll", SHDeleteKeyW);
+    SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
+    ExpectAssertion ([&] { Key::Delete (fRoot, static_cast<const wchar_t *> (nullptr)); }, "assertion failed: child",
+        "Skerry::Registry::Key::Delete", "Utilities");
+    ExpectAssertion ([] { Key::DeleteTree (nullptr, L"a"); }, "assertion failed: parent", "Skerry::Registry::Key::DeleteTree",
+        "Utilities");
+    EXPECT_EQ (deleteKey.Calls () + deleteTree.Calls (), 0u);
+    Key::DeleteTree (Raw (fRoot), L"a");
+    EXPECT_FALSE (Key::Exists (fRoot, L"a"));
+    HKEY detached = static_cast<HKEY> (Key (fRoot, nullptr, false, KEY_READ).Detach ());
+    EXPECT_EQ (close.Calls (), 0u);
+    EXPECT_EQ (::RegCloseKey (detached), 0);
+}
+
+// Each registry call failing with a code of its own, which differs from the last error: the code
+// that the call returned is what is raised.
+TEST_F (RegistryTest, PlatformFailures)
+{
+    SKERRY_INTERPOSE (open, "ADVAPI32.dll", RegOpenKeyExW);
+    SKERRY_INTERPOSE (create, "ADVAPI32.dll", RegCreateKeyW);
+    SKERRY_INTERPOSE (query, "ADVAPI32.dll", RegQueryValueW);
+    SKERRY_INTERPOSE (deleteKey, "ADVAPI32.dll", RegDeleteKeyW);
+    SKERRY_INTERPOSE (deleteTree, "SHLWAPI.dll", SHDeleteKeyW);
+    SKERRY_INTERPOSE (notify, "ADVAPI32.dll", RegNotifyChangeKeyValue);
+    SKERRY_INTERPOSE (enumKeys, "ADVAPI32.dll", RegEnumKeyExW);
+    SKERRY_INTERPOSE (queryEx, "ADVAPI32.dll", RegQueryValueExW);
+    SKERRY_INTERPOSE (set, "ADVAPI32.dll", RegSetValueExW);
+    SKERRY_INTERPOSE (deleteValue, "ADVAPI32.dll", RegDeleteValueW);
+    SKERRY_INTERPOSE (enumValues, "ADVAPI32.dll", RegEnumValueW);
+    SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
+    const unsigned long kLastError = 1000;
+    open.Fail (5, kLastError);
+    create.Fail (5, kLastError);
+    query.Fail (5, kLastError);
+    deleteKey.Fail (5, kLastError);
+    deleteTree.Fail (5, kLastError);
+    notify.Fail (6, kLastError);
+    enumKeys.Fail (234, kLastError);
+    queryEx.Fail (1018, kLastError, 4);
+    set.Fail (1013, kLastError, 4);
+    deleteValue.Fail (2, kLastError);
+    enumValues.Fail (1018, kLastError);
+    struct Row {
+        std::function<void ()> raise;
+        const char * function;    // after "Skerry::Registry::Key::", but for ConstructKey
+        unsigned long code;
+    } const rows [] = {
+        { [&] { Key (fRoot, L"x", false, KEY_READ); }, "ConstructKey", 5 },
+        { [&] { Key (fRoot, L"x", true, KEY_READ); }, "ConstructKey", 5 },
+        { [&] { Key::Exists (fRoot, L"x"); }, "Exists", 5 },
+        { [&] { Key::Delete (fRoot, L"x"); }, "Delete", 5 },
+        { [&] { Key::DeleteTree (Raw (fRoot), L"x"); }, "DeleteTree", 5 },
+        { [&] { fRoot.NotifyChange (true, REG_NOTIFY_CHANGE_NAME, nullptr, false); }, "NotifyChange", 6 },
+        { [&] { SubKeys snapshot (fRoot); }, "EnumerateSubKeys", 234 },
+        // Only ERROR_FILE_NOT_FOUND and ERROR_MORE_DATA get past the raw read.
+        { [&] { unsigned long size = 0; fRoot.GetValue (L"x", nullptr, &size, nullptr); }, "GetValue", 1018 },
+        { [&] { fRoot.GetValueSize (L"x", nullptr); }, "GetValue", 1018 },
+        { [&] { fRoot.ValueExists (L"x", nullptr); }, "GetValue", 1018 },
+        { [&] { fRoot.GetValue (L"x"); }, "GetValue", 1018 },
+        { [&] { fRoot.SetValue (L"x", L"abc"); }, "SetValue", 1013 },
+        { [&] { fRoot.SetValue (L"x", std::wstring (L"abc")); }, "SetValue", 1013 },
+        { [&] { fRoot.SetValue (L"x", 7ul); }, "SetValue", 1013 },
+        { [&] { fRoot.SetValue (L"x", "", 0, REG_BINARY); }, "SetValue", 1013 },
+        { [&] { fRoot.DeleteValue (L"x"); }, "DeleteValue", 2 },
+        { [&] { fRoot.EnumerateValues (0, nullptr, nullptr); }, "EnumerateValues", 1018 },
+    };
+    for (const Row & row : rows) {
+        std::string function = row.function;
+        if (function != "ConstructKey")
+            function = "Skerry::Registry::Key::" + function;
+        EXPECT_EQ (Win32Code (row.raise, function.c_str ()), row.code) << function;
+    }
+
+    close.Fail (6, kLastError);
+    EXPECT_EQ (Win32Code ([&] { Key dying (fRoot, nullptr, false, KEY_READ); }, "Skerry::Registry::Key::~Key"), 6ul);
+    EXPECT_EQ (close.Original (std::get<0> (close.CallArguments ().back ())), 0);
+}
+
+// Stored values against the string and REG_DWORD reads: what each gives, or what each raises.
+TEST_F (RegistryTest, StrictReads)
+{
+    ::SetEnvironmentVariableW (L"SKERRY_REGISTRY_TEST", L"expanded");
+    const char * get = "Skerry::Registry::Key::GetValue";
+    const char * typeAssertion = "assertion failed: type == REG_SZ || type == REG_EXPAND_SZ";
+    struct Row {
+        const wchar_t * name;
+        DWORD type;
+        std::wstring stored;
+        DWORD size;
+        std::wstring read;    // or, with a code or assertion, what the read raises
+        unsigned long code;
+        const char * assertion;
+        unsigned long dwordCode;    // what the REG_DWORD read raises
+    } const rows [] = {
+        { L"plain", REG_SZ, std::wstring (L"abc", 4), 8, L"abc", 0, nullptr, 234 },
+        { L"zeros", REG_SZ, std::wstring (L"ab\0\0", 4), 8, std::wstring (L"ab\0", 3), 0, nullptr, 234 },
+        { L"none", REG_SZ, L"", 0, L"", 0, nullptr, 87 },
+        { L"empty", REG_SZ, std::wstring (L"", 1), 2, L"", 0, nullptr, 87 },
+        { L"short", REG_SZ, std::wstring (L"a", 2), 4, L"a", 0, nullptr, 87 },
+        // Unterminated: the unit after the counted data is not zero, or the platform would add one.
+        { L"open", REG_SZ, L"abcX", 6, L"", 234, nullptr, 234 },
+        { L"openShort", REG_SZ, L"abX", 4, L"", 234, nullptr, 234 },
+        { L"expandOpen", REG_EXPAND_SZ, L"abcX", 6, L"ab", 0, nullptr, 234 },
+        { L"expand", REG_EXPAND_SZ, std::wstring (L"%SKERRY_REGISTRY_TEST%!", 24), 48, L"expanded!", 0, nullptr, 234 },
+        { L"odd", REG_SZ, L"abcd", 7, L"", 0, "assertion failed: 0 == bufferSize % sizeof (WCHAR)", 234 },
+        { L"number", REG_DWORD, L"\x5678\x1234", 4, L"", 0, typeAssertion, 0 },
+        { L"bytes", REG_BINARY, L"ab", 4, L"", 0, typeAssertion, 87 },
+    };
+    for (const Row & row : rows)
+        SetRaw (row.name, row.type, row.stored.data (), row.size);
+    for (const Row & row : rows) {
+        std::string trace = std::string (row.name, row.name + std::wcslen (row.name));
+        if (row.assertion != nullptr)
+            ExpectAssertion ([&] { fRoot.GetValue (row.name); }, row.assertion, get, "Utilities");
+        else if (row.code != 0)
+            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (row.name); }, get), row.code) << trace;
+        else
+            EXPECT_EQ (fRoot.GetValue (row.name), row.read) << trace;
+        unsigned long number = 0;
+        if (row.dwordCode != 0)
+            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (row.name, number); }, get), row.dwordCode) << trace;
+        else
+            EXPECT_EQ ((fRoot.GetValue (row.name, number), number), 0x12345678ul);
+    }
+    wchar_t buffer [8];
+    unsigned long size = sizeof buffer, type = 0;
+    EXPECT_EQ (fRoot.GetValue (L"open", buffer, &size, &type), DWORD (ERROR_MORE_DATA));
+    EXPECT_EQ (size + type, 6ul + REG_SZ);
+    EXPECT_EQ (fRoot.GetValue (L"missing", buffer, &size, nullptr), DWORD (ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"missing"); }, "Skerry::Registry::Key::GetValueSize"), 2ul);
+    for (const wchar_t * name : { static_cast<const wchar_t *> (nullptr), L"" }) {
+        EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (name); }, get), 87ul);
+        EXPECT_EQ (Win32Code ([&] { fRoot.ValueExists (name, nullptr); }, get), 87ul);
+    }
+    EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"plain", buffer, nullptr, nullptr); }, get), 87ul);
+}
+
+// A value that changes between the string read's two passes, as the second pass sees it.
+TEST_F (RegistryTest, ChangeBetweenPasses)
+{
+    fRoot.SetValue (L"v", L"abc");
+    SKERRY_INTERPOSE (query, "ADVAPI32.dll", RegQueryValueExW);
+    const char * get = "Skerry::Registry::Key::GetValue";
+    struct Row {
+        LONG result;
+        DWORD size, type;
+        const char * assertion;    // or Win32 `result`
+    } const rows [] = {
+        { ERROR_MORE_DATA, 10, REG_SZ, nullptr },    // grew
+        { ERROR_FILE_NOT_FOUND, 0, REG_SZ, nullptr },    // deleted
+        // REG_EXPAND_SZ: no terminator test in the raw read, which would come first.
+        { ERROR_SUCCESS, 7, REG_EXPAND_SZ, "assertion failed: 0 == actualSize % sizeof (WCHAR)" },
+        { ERROR_SUCCESS, 10, REG_EXPAND_SZ, "assertion failed: actualSize <= bufferSize" },
+        { ERROR_SUCCESS, 8, REG_BINARY, "assertion failed: type == REG_SZ || type == REG_EXPAND_SZ" },
+    };
+    for (const Row & row : rows) {
+        query.Replace ([&] (HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
+            LONG result = query.Original (key, name, reserved, type, data, size);
+            if (data == nullptr)
+                return result;
+            *size = row.size;
+            *type = row.type;
+            return row.result;
+        });
+        if (row.assertion != nullptr)
+            ExpectAssertion ([&] { fRoot.GetValue (L"v"); }, row.assertion, get, "Utilities");
+        else
+            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"v"); }, get), DWORD (row.result));
+    }
+}
+
+TEST_F (RegistryTest, ValueOperations)
+{
+    EXPECT_EQ (fRoot.EnumerateValues (0, nullptr, nullptr), L"");
+    fRoot.SetValue (L"empty", L"");
+    fRoot.SetValue (L"number", 0ul);
+    fRoot.SetValue (L"zeros", std::wstring (L"a\0b", 3));
+    unsigned long type = 0, size = 0;
+    EXPECT_EQ (fRoot.GetValueSize (L"empty", &type) + type, 2ul + REG_SZ);
+    EXPECT_EQ (fRoot.GetValue (L"zeros"), std::wstring (L"a\0b", 3));
+    EXPECT_TRUE (fRoot.ValueExists (L"number", &type));
+    EXPECT_EQ (type, DWORD (REG_DWORD));
+    EXPECT_EQ (fRoot.EnumerateValues (2, &type, &size), L"zeros");
+    EXPECT_EQ (size + type, 8ul + REG_SZ);
+    EXPECT_EQ (fRoot.EnumerateValues (3, nullptr, nullptr), L"");
+    fRoot.DeleteValue (L"number");
+    EXPECT_FALSE (fRoot.ValueExists (L"number", nullptr));
+    EXPECT_EQ (Win32Code ([&] { fRoot.DeleteValue (L"number"); }, "Skerry::Registry::Key::DeleteValue"), 2ul);
+
+    fRoot.SetValue (L"", L"default");    // written, but neither read nor enumerated
+    wchar_t text [8];
+    size = sizeof text;
+    EXPECT_EQ (::RegQueryValueExW (Raw (fRoot), L"", nullptr, nullptr, reinterpret_cast<BYTE *> (text), &size), 0);
+    EXPECT_STREQ (text, L"default");
+    ExpectAssertion ([&] { fRoot.EnumerateValues (0, nullptr, nullptr); }, "assertion failed: valueNameSize && *valueName",
+        "Skerry::Registry::Key::EnumerateValues", "Utilities");
+    ExpectAssertion ([&] { fRoot.SetValue (L"x", static_cast<const wchar_t *> (nullptr)); }, "assertion failed: value",
+        "Skerry::Registry::Key::SetValue", "Utilities");
+}
+
+// A change made by another thread signals the event; nothing did before.
+TEST_F (RegistryTest, NotifyChange)
+{
+    Skerry::Event changed (true, false);
+    fRoot.NotifyChange (false, REG_NOTIFY_CHANGE_LAST_SET, changed, true);
+    EXPECT_EQ (::WaitForSingleObject (changed, 0), DWORD (WAIT_TIMEOUT));
+    std::thread ([] { Key (HKEY_CURRENT_USER, Path (), false, KEY_SET_VALUE).SetValue (L"v", 1ul); }).join ();
+    EXPECT_EQ (::WaitForSingleObject (changed, 10000), DWORD (WAIT_OBJECT_0));
+}
+
+// Enough sub-keys for the snapshot's vector to grow, which takes no handle of its own: one duplicate
+// per element, as each opened key is copied in.
+TEST_F (RegistryTest, SubKeysSnapshot)
+{
+    EXPECT_EQ (SubKeys (fRoot).size (), 0u);
+    const std::wstring names = L"abcdefghijkl";
+    for (wchar_t name : L"lkjihgfedcba")
+        if (name != L'\0')
+            Key (fRoot, std::wstring (1, name), true, KEY_READ);
+    SKERRY_INTERPOSE (open, "ADVAPI32.dll", RegOpenKeyExW);
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    std::optional<SubKeys> snapshot (std::in_place, Key (HKEY_CURRENT_USER, Path (), false, KEY_READ));
+    EXPECT_EQ (duplicate.Calls (), names.size ());
+    SubKeys copy (*snapshot);
+    ASSERT_EQ (copy.size (), names.size ());
+    EXPECT_EQ (std::get<3> (open.CallArguments ().back ()), DWORD (KEY_ALL_ACCESS));
+    for (unsigned int i = 0; i < names.size (); ++i) {
+        EXPECT_EQ (copy [i].name, names.substr (i, 1));
+        EXPECT_NE (Raw (copy [i].key), Raw ((*snapshot) [i].key));
+    }
+    snapshot.reset ();
+    copy [1].key.SetValue (L"v", L"set through the copy");    // the parent is gone, the copy is its own
+    EXPECT_EQ (Key (fRoot, L"b", false, KEY_READ).GetValue (L"v"), L"set through the copy");
+    ExpectAssertion ([&] { (void) copy [names.size ()]; }, "assertion failed: index < fSubKeys.size ()",
+        "Skerry::Registry::SubKeys::operator []", "Utilities");
+    copy = SubKeys (fRoot);
+    EXPECT_EQ (copy.size (), names.size ());
+}
+
+// A snapshot that fails to open or close a sub-key leaves nothing open; a destructor whose first
+// close fails raises it, and logs the failure of the second while that unwinds.
+TEST_F (RegistryTest, SubKeysFailures)
+{
+    for (const wchar_t * name : { L"a", L"b" })
+        Key (fRoot, name, true, KEY_READ);
+    SKERRY_INTERPOSE (open, "ADVAPI32.dll", RegOpenKeyExW);
+    SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
+    open.Fail (5, 0, 1, 1);
+    EXPECT_EQ (Win32Code ([&] { SubKeys snapshot (fRoot); }, "ConstructKey"), 5ul);
+    unsigned before = close.Calls ();
+    close.Fail (6, 0, 1, 1);    // the second temporary
+    EXPECT_EQ (Win32Code ([&] { SubKeys snapshot (fRoot); }, "Skerry::Registry::Key::~Key"), 6ul);
+    EXPECT_EQ (close.Original (std::get<0> (close.CallArguments () [before + 1])), 0);
+
+    SkerryTest::ScopedJotLog log;
+    EXPECT_EQ (Win32Code ([&] {
+        SubKeys snapshot (fRoot);
+        close.Fail (6, 0, 2);
+    }, "Skerry::Registry::Key::~Key"), 6ul);
+    std::vector<std::string> lines = log.Messages ();
+    ASSERT_EQ (lines.size (), 2u);    // the throw's own line, then the unraised one
+    EXPECT_TRUE (std::regex_match (lines [1], std::regex ("Skerry::Registry::Key::~Key: not throwing exception due to "
+        "Win32 error 6 on line [0-9]+ of file Utilities while another exception is unwinding"))) << lines [1];
+    std::vector<std::tuple<HKEY>> calls = close.CallArguments ();
+    for (std::size_t i = calls.size () - 2; i < calls.size (); ++i)
+        EXPECT_EQ (close.Original (std::get<0> (calls [i])), 0);
+}

@@ -1,0 +1,58 @@
+# regplist.exe under Wine on the test prefix's registry: a tree of every kind of value imported
+# from Sample.plist, exported again (XML and binary) and imported into a fresh key, gives the same
+# file each time; a value's type and bytes as the registry's own tool shows them; one line for
+# each failure, and the exit status.
+set(parent "HKCU\\Software\\SkerryRegplistTest")
+set(key "${parent}\\")
+string(REPLACE "\\" "\\\\" keyPattern "${key}")
+file(REMOVE_RECURSE ${SCRATCH})
+file(MAKE_DIRECTORY ${SCRATCH})
+# regplist(status stderr-regex args...): runs it in SCRATCH; leaves its standard output in `output`.
+function(regplist status error)
+  execute_process(COMMAND wine ${TOOL} ${ARGN} WORKING_DIRECTORY ${SCRATCH} RESULT_VARIABLE result
+    OUTPUT_VARIABLE output ERROR_VARIABLE stderr)
+  if(NOT result EQUAL status OR NOT stderr MATCHES "^${error}$")
+    message(FATAL_ERROR "regplist ${ARGN}: status ${result}, standard error:\n${stderr}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+function(expect_sample file)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${SCRATCH}/${file} ${SAMPLE} RESULT_VARIABLE differ)
+  if(differ)
+    message(FATAL_ERROR "${file} differs from ${SAMPLE}")
+  endif()
+endfunction()
+function(delete_keys)
+  execute_process(COMMAND wine reg delete "${parent}" /f OUTPUT_QUIET ERROR_QUIET)
+endfunction()
+
+delete_keys()
+file(COPY_FILE ${SAMPLE} ${SCRATCH}/sample.plist)
+regplist(0 "" import sample.plist "${key}A")
+regplist(0 "" export "${key}A" a.plist)
+expect_sample(a.plist)
+regplist(0 "" export -binary "${key}A" a.bin)
+regplist(0 "" import a.bin "${key}B\\")
+regplist(0 "" export "HKEY_CURRENT_USER\\Software\\SkerryRegplistTest\\B")
+file(WRITE ${SCRATCH}/b.plist "${output}")
+expect_sample(b.plist)
+execute_process(COMMAND wine reg query "${key}B" /v Count OUTPUT_VARIABLE shown)
+if(NOT shown MATCHES "Count +REG_DWORD +0x12345678")
+  message(FATAL_ERROR "reg query shows:\n${shown}")
+endif()
+
+regplist(1 "regplist: ${keyPattern}C\\\\Missing: ConstructKey: Win32 error 2 \\([^\n]*\\)\n" export "${key}C\\Missing")
+file(WRITE ${SCRATCH}/bad.plist "<plist><dict><key>SubKeys</key><dict><key>k</key><dict><key>Values</key><dict><key>v</key>"
+  "<dict><key>Type</key><string>REG_DWORD</string><key>Value</key><integer>-1</integer></dict></dict></dict></dict></dict></plist>")
+regplist(1 "regplist: bad.plist: key \"k\", value \"v\": REG_DWORD wants an integer of 0 to 4294967295, or data\n"
+  import bad.plist "${key}C")
+regplist(2 "regplist: unknown root key in \"HKXX\\\\A\"\nusage: .*" export "HKXX\\A")
+regplist(0 "" --version)
+if(NOT output MATCHES "^regplist [0-9]+\\.[0-9]+\\.[0-9]+\n$")
+  message(FATAL_ERROR "--version printed '${output}'")
+endif()
+execute_process(COMMAND wine reg query "${key}C" RESULT_VARIABLE missing OUTPUT_QUIET ERROR_QUIET)
+if(missing EQUAL 0)
+  message(FATAL_ERROR "a failed import created ${key}C")
+endif()
+delete_keys()
