@@ -20,12 +20,14 @@ __attribute__ ((noinline)) HKEY Open (const wchar_t * path)
     return key;
 }
 
-// Its last act is a call. Compiled with sibling calls (plain -O2), it would jump to Open instead
-// and be missing from the trace; LibSkerry::Traceable keeps it.
-__attribute__ ((noinline)) HKEY Load ()
+// Its last act is a call with the arguments it was given. Compiled with sibling calls (plain -O2),
+// it would jump to Open and be missing from the trace; LibSkerry::Traceable keeps it.
+__attribute__ ((noinline)) HKEY Load (const wchar_t * path)
 {
-    return Open (L"Software\\LibSkerry Examples\\Missing");
+    return Open (path);
 }
+
+const wchar_t kMissing [] = L"Software\\LibSkerry Examples\\Missing";
 
 }
 
@@ -34,7 +36,7 @@ __attribute__ ((noinline)) HKEY Load ()
 DWORD WINAPI Worker (void *)
 {
     try {
-        ::RegCloseKey (Settings::Load ());
+        ::RegCloseKey (Settings::Load (Settings::kMissing));
         return S_OK;
     }
     catch (...) {
@@ -52,7 +54,7 @@ int main ()
     std::printf ("the worker's result: 0x%08lX\n", result);
 
     try {
-        ::RegCloseKey (Settings::Load ());
+        ::RegCloseKey (Settings::Load (Settings::kMissing));
     }
     catch (...) {
         Skerry::Exceptions::Description what;           // kind, HRESULT, site, message, trace as text
