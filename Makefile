@@ -1,12 +1,15 @@
 # The commands of the project. Each runs scripts/setup first, which installs what is missing and
 # prints nothing when all is there.
-#   make demo      build, then run the main job (examples/Demo) under Wine, and export the
-#                  registry keys it made with regplist
+#   make demo      build the library and the examples against its installed package, then run
+#                  the main job (examples/Demo) under Wine, and export the registry keys it made
+#                  with regplist
 #   make test      build everything, run the whole suite under Wine with CTest (and the static
 #                  analysis, scripts/tidy, as its test StaticAnalysis)
 #   make tidy      the static analysis alone: clang-tidy over the library's sources
 #   make bench     build and run the benchmarks under Wine
-#   make install PREFIX=dir   install headers, DLLs, import libraries and the CMake package
+#   make install PREFIX=dir   install headers, DLLs, import libraries, plist-tool, the CMake package
+#                  with its toolchain file and the pkg-config file
+#   make package   the same as a release archive, build/release/LibSkerry-<version>-i686-w64-mingw32.zip
 #   make native    build Plinth's portable core with the host compiler and run its tests natively
 #   make fuzz      run Plinth's property-list fuzz targets (clang, libFuzzer) for 60 s each
 
@@ -30,7 +33,7 @@ export WINEDEBUG := -all
 export LANG := C.UTF-8
 export LC_ALL := C.UTF-8
 
-.PHONY: setup configure build quiet-build demo test tidy bench install clean
+.PHONY: setup configure build examples demo test tidy bench install package clean
 
 setup:
 	@scripts/setup
@@ -46,9 +49,18 @@ CMAKE_BUILD = env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(BUILD) -j 
 build: configure
 	@$(CMAKE_BUILD) --target all benches
 
-# The demo builds quietly and shows the build's output only when it fails.
-quiet-build: configure
-	@$(CMAKE_BUILD) --target all benches >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
+# The examples are a project of their own (examples/CMakeLists.txt), built as any program is
+# against the package, installed here in build/prefix. They build quietly and show the build's
+# output only when it fails.
+EXAMPLES_PREFIX = $(abspath $(BUILD))/prefix
+QUIETLY = >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
+examples: configure
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist $(QUIETLY)
+	@cmake --install $(BUILD) --prefix $(EXAMPLES_PREFIX) $(QUIETLY)
+	@test -f $(BUILD)/examples/CMakeCache.txt || cmake -S examples -B $(BUILD)/examples \
+	  -DCMAKE_TOOLCHAIN_FILE=$(EXAMPLES_PREFIX)/share/LibSkerry/toolchain-i686-mingw.cmake \
+	  -DCMAKE_PREFIX_PATH=$(EXAMPLES_PREFIX) $(QUIETLY)
+	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(BUILD)/examples -j $(JOBS) $(QUIETLY)
 
 # Wine starts its server and system processes with the first program; started cold inside a test
 # run they slow every test and hold CTest's output pipe. Keep a server warm for the whole run.
@@ -57,9 +69,9 @@ define warm_wine
 endef
 
 # After the demo, regplist exports the registry keys that it made.
-demo: quiet-build
-	@$(warm_wine); wine $(BUILD)/bin/Demo.exe && printf '\n$$ regplist export "HKCU\\Software\\Tolvane Demo"\n' \
-	  && wine $(BUILD)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo'; status=$$?; wineserver -k; exit $$status
+demo: examples
+	@$(warm_wine); wine $(BUILD)/examples/Demo.exe && printf '\n$$ regplist export "HKCU\\Software\\Tolvane Demo"\n' \
+	  && wine $(EXAMPLES_PREFIX)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo'; status=$$?; wineserver -k; exit $$status
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
@@ -79,6 +91,12 @@ install:
 	@$(CONFIGURE)
 	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist
 	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+# The release archive: what `make install` installs, in a zip file named after the version.
+package:
+	@scripts/setup --build-only
+	@$(CONFIGURE)
+	@$(CMAKE_BUILD) --target ReleaseArchive
 
 # Plinth's portable core, natively: the same tests as under Wine, with the sanitizers.
 .PHONY: native

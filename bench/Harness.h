@@ -9,10 +9,12 @@
 #include <windows.h>
 #else
 #include <chrono>   // native benchmarks (Plinth's portable core) time with the standard clock
+#include <unistd.h>
 #endif
 
 #include <algorithm>
 #include <cstdio>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -36,6 +38,13 @@ inline double Now ()
 #endif
 }
 
+// The middle one of `values` in order (of an even number, the higher middle one); 0 for none.
+inline double MedianOf (std::vector<double> values)
+{
+    std::sort (values.begin (), values.end ());
+    return values.empty () ? 0 : values [values.size () / 2];
+}
+
 // Median nanoseconds per operation of `operation`.
 template <typename Operation>
 double Median (Operation operation, const Options & options = Options ())
@@ -49,8 +58,7 @@ double Median (Operation operation, const Options & options = Options ())
             operation ();
         perOperation.push_back ((Now () - start) / options.fOperationsPerBatch);
     }
-    std::sort (perOperation.begin (), perOperation.end ());
-    return perOperation [perOperation.size () / 2];
+    return MedianOf (perOperation);
 }
 
 // The medians of two operations of nearly the same cost, measured in alternating batches, so that
@@ -83,6 +91,37 @@ __attribute__ ((noinline)) void AtDepth (int depth, Body body)
     }
     else
         body ();
+}
+
+// Runs this program again with `argument` and gives the numbers that the new process prints, for
+// what only a fresh process costs (first use of a service, the peak memory of one job). The
+// program's main answers `argument` by doing that one job and printing its figures.
+inline std::vector<double> InFreshProcess (const char * argument)
+{
+#ifdef _WIN32
+    char self [MAX_PATH];
+    ::GetModuleFileNameA (NULL, self, MAX_PATH);
+    // cmd /c drops the first and the last quote of its command: one more pair keeps the others.
+    std::string command = "\"\"" + std::string (self) + "\" " + argument + "\"";
+    FILE * pipe = ::_popen (command.c_str (), "r");
+#else
+    char self [4096];
+    ssize_t length = ::readlink ("/proc/self/exe", self, sizeof self - 1);
+    self [length > 0 ? length : 0] = 0;
+    std::string command = "\"" + std::string (self) + "\" " + argument;
+    FILE * pipe = ::popen (command.c_str (), "r");
+#endif
+    std::vector<double> figures;
+    if (pipe == nullptr)
+        return figures;
+    for (double figure; std::fscanf (pipe, "%lf", &figure) == 1;)
+        figures.push_back (figure);
+#ifdef _WIN32
+    ::_pclose (pipe);
+#else
+    ::pclose (pipe);
+#endif
+    return figures;
 }
 
 inline void Header (const char * title)

@@ -22,8 +22,6 @@
 
 #ifdef _WIN32
 #include <psapi.h>
-#define popen _popen
-#define pclose _pclose
 #else
 #include <plist/plist.h>
 #include <unistd.h>
@@ -206,12 +204,6 @@ std::string TemporaryPath (char const * name)
     return std::string (directory) + "PropertyListBench-" + std::to_string (::GetCurrentProcessId ()) + "-" + name;
 }
 
-std::string SelfPath ()
-{
-    char path [MAX_PATH];
-    ::GetModuleFileNameA (nullptr, path, MAX_PATH);
-    return "\"" + std::string (path) + "\"";
-}
 #else
 long ResidentKilobytes (bool peak)
 {
@@ -226,14 +218,6 @@ long ResidentKilobytes (bool peak)
 std::string TemporaryPath (char const * name)
 {
     return "/tmp/PropertyListBench-" + std::to_string (getpid ()) + "-" + name;
-}
-
-std::string SelfPath ()
-{
-    char self [4096];
-    ssize_t length = readlink ("/proc/self/exe", self, sizeof self - 1);
-    self [length > 0 ? length : 0] = 0;
-    return self;
 }
 #endif
 
@@ -320,18 +304,8 @@ int main (int argc, char ** argv)
     (void) met;
 #endif
 
-    std::string command = SelfPath () + " --peak \"" + binaryPath + "\"";
-#ifdef _WIN32
-    // cmd /c drops the first and the last quote of its command: one more pair keeps the others.
-    command = "\"" + command + "\"";
-#endif
-    FILE * pipe = popen (command.c_str (), "r");
-    long kilobytes = -1;
-    if (pipe != nullptr) {
-        if (std::fscanf (pipe, "%ld", &kilobytes) != 1)
-            kilobytes = -1;
-        pclose (pipe);
-    }
+    std::vector<double> peak = SkerryBench::InFreshProcess (("--peak \"" + binaryPath + "\"").c_str ());
+    long kilobytes = peak.empty () ? -1 : long (peak [0]);
     double ratio = double (kilobytes) * 1024 / double (binary.size ());
     std::printf ("%-34s %9.1f MB peak for %.1f MB %7.2fx %7.2fx%s\n", "binary read, memory / file size",
         double (kilobytes) / 1024, double (binary.size ()) / 1048576, ratio, 4.0, ratio <= 4.0 ? "" : "  (over target)");

@@ -148,7 +148,7 @@ int main ()
     }
 
     SkerryBench::Header ("Bounded formatting against _vscprintf + vsprintf_s");
-    const char * kFormat = "%*s 0x%p %s+0x%lX\n";
+    static const char kFormat [] = "%*s 0x%p %s+0x%lX\n";
     void * address = reinterpret_cast<void *> (0x0040138E);
     Compare ("FormattedStringTemplate<char>, one frame line", 64,
         [&] {

@@ -305,7 +305,7 @@ long LogAndTranslateFunc (char const * function, char const * file, int line)
     catch (const COM & e) {
         std::string trace = e.Symbolicate ();
         LogFunc ("%s: caught HRESULT 0x%08X exception on line %d of file %s;\nthrown from function %s on line %u of file %s; stack trace:\n%s",
-            function, e.fCode, line, file, e.fFunction, e.fLine, e.fFile, trace.c_str ());
+            function, static_cast<unsigned> (e.fCode), line, file, e.fFunction, e.fLine, e.fFile, trace.c_str ());
         return e.fCode;
     }
     catch (const std::exception & e) {
@@ -338,7 +338,9 @@ void ThrowSkerryErrorFunc (char const * function, char const * file, int line, u
 
 void ThrowHRESULTFunc (char const * function, char const * file, int line, long result)
 {
-    LogFunc ("%s: throwing exception due to HRESULT 0x%08X on line %d of file %s", function, result, line, file);
+    // %08X reads an unsigned int: the HRESULT's bits, which a long of the same width holds.
+    LogFunc ("%s: throwing exception due to HRESULT 0x%08X on line %d of file %s", function, static_cast<unsigned> (result),
+        line, file);
     ThrowInProgress guard ("Skerry::Exceptions::ThrowHRESULTFunc");
     throw COM (function, file, line, result);
 }
@@ -352,7 +354,8 @@ void ThrowErrnoFunc (char const * function, char const * file, int line, int err
 
 void ThrowStringFunc (char const * function, char const * file, int line, char const * message)
 {
-    LogFunc ("%s: throwing exception from line %u of file %s: %s", function, line, file, message);
+    // %u reads an unsigned int: a negative line prints as its bit pattern.
+    LogFunc ("%s: throwing exception from line %u of file %s: %s", function, static_cast<unsigned> (line), file, message);
     ThrowInProgress guard ("Skerry::Exceptions::ThrowStringFunc");
     throw String (function, file, line, message);
 }

@@ -4,10 +4,12 @@
 #ifndef SKERRY_SOURCE_LOG_LINE
 #define SKERRY_SOURCE_LOG_LINE
 
+#include <LibSkerry/Linkage>
+
 namespace Skerry {
 namespace Exceptions {
 
-void LogFunc (char const * format, ...);
+void LogFunc (char const * format, ...) SKERRY_PRINTF_FORMAT (1, 2);
 
 }
 }

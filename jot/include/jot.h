@@ -28,6 +28,16 @@ extern "C" {
 #define JOT_API __declspec(dllimport)
 #endif
 
+/* The compiler checks each call's arguments against its format, as the Microsoft C runtime's
+ * printf reads it: g++ and gcc name that archetype ms_printf (mingw's own __MINGW_PRINTF_FORMAT
+ * names its C99 printf in C++ programs, which rejects %I64X); clang's printf knows the Microsoft
+ * length modifiers on Windows targets. */
+#if defined(__clang__)
+#define JOT_PRINTF_FORMAT(format_index, first_argument) __attribute__((__format__(__printf__, format_index, first_argument)))
+#else
+#define JOT_PRINTF_FORMAT(format_index, first_argument) __attribute__((__format__(__ms_printf__, format_index, first_argument)))
+#endif
+
 /* Levels, from the most to the least severe. */
 enum {
   JOT_LEVEL_EMERGENCY = 0,
@@ -57,8 +67,10 @@ JOT_API jot_client *jot_open(const char *ident, const char *facility, unsigned o
  * format gives an empty line) and writes it. message, which may be NULL, adds the key/value pairs
  * of a structured message to the record. A NULL client logs as one opened with no identity and
  * no facility would, reading JOT_LOG_FILE at the call. */
-JOT_API void jot_vlog(jot_client *client, jot_message *message, int level, const char *format, va_list args);
-JOT_API void jot_log(jot_client *client, jot_message *message, int level, const char *format, ...);
+JOT_API void jot_vlog(jot_client *client, jot_message *message, int level, const char *format, va_list args)
+  JOT_PRINTF_FORMAT(4, 0);
+JOT_API void jot_log(jot_client *client, jot_message *message, int level, const char *format, ...)
+  JOT_PRINTF_FORMAT(4, 5);
 
 JOT_API void jot_close(jot_client *client);
 
