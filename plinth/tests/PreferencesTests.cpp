@@ -119,25 +119,4 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
     PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
     ScratchPreferences::WriteFile (file, "");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-
-    // Every cut and many changed bytes of a good file: each read gives a whole value or nothing.
-    int64_t number = 7;
-    Owned<PLNumberRef> seven (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &number));
-    void const * items [] = { PLSTR ("text"), seven.Get (), kPLBooleanTrue };
-    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 3, &kPLTypeArrayCallBacks));
-    PLPreferencesSetAppValue (PLSTR ("list"), array, kApplication);
-    PLPreferencesSetAppValue (PLSTR ("name"), PLSTR ("value"), kApplication);
-    ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    std::string good = ScratchPreferences::ReadFile (file);
-    unsigned seed = 12345;
-    for (std::size_t variant = 0; variant < good.size () + 200; ++variant) {
-        std::string bad = good;
-        if (variant < good.size ())
-            bad.resize (variant);
-        else
-            seed = seed * 1103515245 + 12345, bad [8 + (seed >> 8) % (good.size () - 8)] = char (seed >> 20);
-        ScratchPreferences::WriteFile (file, bad);
-        Owned<PLTypeRef> list (PLPreferencesCopyAppValue (PLSTR ("list"), kApplication));
-        EXPECT_TRUE (list.Get () == nullptr || PLGetTypeID (list) == PLArrayGetTypeID ());
-    }
 }

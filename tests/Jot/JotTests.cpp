@@ -1,8 +1,7 @@
 // JOT.dll: the records it appends, formatting, escaping and encoding, where lines go, the
-// caller's last error, failures, and whole lines under concurrent writers; and the log reader
-// that the other suites rely on.
+// caller's last error, failures, and whole lines under concurrent writers.
+#include "ChildProcess.h"
 #include "Interposer.h"
-#include "JotLog.h"
 
 #include <jot.h>
 
@@ -27,12 +26,6 @@ using Strings = std::vector<std::string>;
 namespace {
 
 const wchar_t kVariable [] = L"JOT_LOG_FILE";
-
-std::string ReadRaw (const std::wstring & path)
-{
-    std::ifstream file (std::filesystem::path (path), std::ios::binary);
-    return std::string (std::istreambuf_iterator<char> (file), std::istreambuf_iterator<char> ());
-}
 
 std::string UtcNow ()
 {
@@ -73,7 +66,8 @@ std::string TailOf (const std::function<void ()> & write)
     ScopedJotLog log;
     std::string before = UtcNow ();
     write ();
-    std::string raw = ReadRaw (log.Path ()), after = UtcNow ();
+    std::ifstream file (std::filesystem::path (log.Path ()), std::ios::binary);
+    std::string raw ((std::istreambuf_iterator<char> (file)), std::istreambuf_iterator<char> ()), after = UtcNow ();
     std::smatch match;
     static const std::regex line (R"re(\{"time":"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)","pid":(\d+),"tid":(\d+),([^\n]*)\n)re");
     if (! std::regex_match (raw, match, line))
@@ -168,25 +162,11 @@ void PoseAsDebugger (bool pose)
 
 }
 
-TEST (JotDestination, WithoutFileToDebuggerOutputWhenDebugged)
+// The option adds the text line on standard error; without a file, lines go to the debugger's
+// output when one is attached, and nowhere otherwise.
+TEST (JotDestination, StderrOnRequestAndDebuggerWithoutFile)
 {
     ASSERT_FALSE (::IsDebuggerPresent ());
-    ScopedJotLog log;
-    ::SetEnvironmentVariableW (kVariable, NULL);
-    PVOID handler = ::AddVectoredExceptionHandler (1, CollectDebugStrings);
-    LogLine ("prog", "F", 5, "not debugged");
-    ::OutputDebugStringA ("the handler sees this one");
-    PoseAsDebugger (true);
-    LogLine ("prog", "F", 5, "text %d", 1);
-    ::jot_log (NULL, NULL, 5, "text %d", 2);
-    PoseAsDebugger (false);
-    ::RemoveVectoredExceptionHandler (handler);
-    EXPECT_EQ (sDebugStrings, (Strings { "the handler sees this one", "prog: text 1", "text 2" }));
-    EXPECT_EQ (ReadRaw (log.Path ()), "");
-}
-
-TEST (JotDestination, StderrOptionAddsTheTextLine)
-{
     HANDLE reader, writer, original = ::GetStdHandle (STD_ERROR_HANDLE);
     ASSERT_TRUE (::CreatePipe (&reader, &writer, NULL, 0));
     ::SetStdHandle (STD_ERROR_HANDLE, writer);
@@ -202,6 +182,17 @@ TEST (JotDestination, StderrOptionAddsTheTextLine)
     ::ReadFile (reader, text, sizeof text, &count, NULL);
     ::CloseHandle (reader);
     EXPECT_EQ (std::string (text, count), "a 7\n");
+
+    ::SetEnvironmentVariableW (kVariable, NULL);
+    PVOID handler = ::AddVectoredExceptionHandler (1, CollectDebugStrings);
+    LogLine ("prog", "F", 5, "not debugged");
+    ::OutputDebugStringA ("the handler sees this one");
+    PoseAsDebugger (true);
+    LogLine ("prog", "F", 5, "text %d", 1);
+    ::jot_log (NULL, NULL, 5, "text %d", 2);
+    PoseAsDebugger (false);
+    ::RemoveVectoredExceptionHandler (handler);
+    EXPECT_EQ (sDebugStrings, (Strings { "the handler sees this one", "prog: text 1", "text 2" }));
     EXPECT_EQ (log.Messages ("F"), (Strings { "a 7", "b" }));
 }
 
@@ -304,15 +295,8 @@ TEST (JotConcurrency, WritersInThreadsAndProcessesWriteWholeLines)
     std::string name = "JotTests.ready." + std::to_string (::GetCurrentProcessId ());
     HANDLE ready = ::CreateEventA (NULL, TRUE, FALSE, name.c_str ());
     ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", name.c_str ());
-    wchar_t exe [MAX_PATH];
-    ::GetModuleFileNameW (NULL, exe, MAX_PATH);
-    std::wstring command = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter=InChild.JotAppendsAlongsideParent";
-    STARTUPINFOW startup {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child {};
-    BOOL started = ::CreateProcessW (exe, &command [0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &child);
+    PROCESS_INFORMATION child = SkerryTest::StartInChild ("JotAppendsAlongsideParent");
     ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", NULL);
-    ASSERT_TRUE (started);
     HANDLE waits [] = { ready, child.hProcess };
     EXPECT_EQ (::WaitForMultipleObjects (2, waits, FALSE, INFINITE), WAIT_OBJECT_0) << "the child ended before writing";
     std::vector<std::thread> threads;
@@ -337,32 +321,4 @@ TEST (JotConcurrency, WritersInThreadsAndProcessesWriteWholeLines)
                                                    { "thread 2", 250 }, { "thread 3", 250 } }));
     for (HANDLE handle : { child.hThread, child.hProcess, ready })
         ::CloseHandle (handle);
-}
-
-// The reader that the other suites rely on takes exactly the keys and types that jot writes.
-TEST (JotLogReader, RejectsMalformedLinesByNumber)
-{
-    const std::string good = R"({"time":"t","pid":1,"tid":2,"ident":null,"facility":null,"level":0,"message":"m"})";
-    const std::string head = good.substr (0, good.find (R"("level")"));
-    const std::pair<std::string, std::string> cases [] = {
-        { good, "no newline at the end" },
-        { head + R"("message":"m"})" "\n", "no \"level\"" },
-        { head + R"("level":0,"message":"m","level":0})" "\n", "duplicate or unknown key \"level\"" },
-        { head + R"("level":0,"message":"m","extra":1})" "\n", "duplicate or unknown key \"extra\"" },
-        { head + R"("level":2147483648,"message":"m"})" "\n", "\"level\" is not an integer in range" },
-        { head + R"("level":0,"message":null})" "\n", "\"message\" is not a string" },
-        { head + R"("level":0,"message":"m","fields":{"k":1}})" "\n", "field \"k\" is not a string" },
-        { head + "\"level\":0,\"message\":\"\xE9\"}\n", "[json.exception.parse_error" },
-    };
-    ScopedJotLog log;
-    std::string prefix = "jot log " + std::filesystem::path (log.Path ()).u8string () + ", line 2: ";
-    for (const auto & test : cases) {
-        std::ofstream (std::filesystem::path (log.Path ()), std::ios::binary | std::ios::trunc) << good + "\n" + test.first;
-        try {
-            log.Records ();
-            ADD_FAILURE () << "accepted: " << test.first;
-        } catch (const std::runtime_error & error) {
-            EXPECT_EQ (std::string (error.what ()).substr (0, prefix.size () + test.second.size ()), prefix + test.second);
-        }
-    }
 }

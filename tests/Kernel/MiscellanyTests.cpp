@@ -1,32 +1,28 @@
-// Miscellany: the strict waits' outcome table, cancellation, file versions, UUIDs, paths and
-// environment expansion.
+// Miscellany: the strict waits' outcome table, cancellation, file versions, UUIDs, paths,
+// environment expansion, and libraries loaded once per slot whatever the threads do.
 #include <LibSkerry/Utilities>
 
+#include "ChildProcess.h"
 #include "Expect.h"
 #include "Handles.h"
 #include "Interposer.h"
+#include "Rendezvous.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
+#include <thread>
 
 namespace Misc = Skerry::Miscellany;
 using Skerry::Exceptions::String;
 using Skerry::Exceptions::Win32;
 using SkerryTest::Expect;
+using SkerryTest::ProgramDirectory;
 
 namespace {
 
 class Miscellany : public SkerryTest::HandleLeakTest {};
-
-// The directory of this test program, with its trailing separator.
-std::wstring ProgramDirectory ()
-{
-    wchar_t path [MAX_PATH];
-    std::wstring program (path, ::GetModuleFileNameW (nullptr, path, MAX_PATH));
-    return program.substr (0, program.rfind (L'\\') + 1);
-}
 
 }
 
@@ -168,4 +164,54 @@ TEST_F (Miscellany, ExpandsEnvironmentReferences)
     expand.Fail (7, 0, 1, 1);    // the environment grew between the two calls
     SkerryTest::ExpectAssertion ([] { Misc::ExpandEnvironmentStringsW (L"%SKERRY_EXPANDED%"); },
         "assertion failed: actualBufferSize == requestedBufferSize", kFunction, "Utilities");
+}
+
+// A filled slot makes no call; a failed load, or a failed release of the module that lost the
+// race to another thread's, raises.
+TEST (EnsureLibrary, LoadsOnceAndFailuresRaiseWin32)
+{
+    const char kFunction [] = "Skerry::Miscellany::EnsureLibrary";
+    void * slot = nullptr;
+    HMODULE version = Misc::EnsureLibrary (L"version", slot);
+    EXPECT_TRUE (version == ::GetModuleHandleW (L"version.dll") && slot == version);
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    EXPECT_EQ (Misc::EnsureLibrary (L"version", slot), version);
+    slot = reinterpret_cast<void *> (0x12340000);
+    EXPECT_EQ (Misc::EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
+    EXPECT_EQ (load.Calls (), 0u);
+
+    slot = nullptr;
+    EXPECT_EQ (Expect<Win32> ([&] { Misc::EnsureLibrary (L"NoSuchLibrary", slot); }, kFunction, "Utilities").fCode, 126ul);
+    EXPECT_EQ (slot, nullptr);
+    HMODULE winner = ::LoadLibraryW (L"version");
+    load.Replace ([&] (LPCWSTR name) { slot = winner; return load.Original (name); });
+    release.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ (Expect<Win32> ([&] { Misc::EnsureLibrary (L"version", slot); }, kFunction, "Utilities").fCode, 126ul);
+    EXPECT_EQ (slot, winner);
+    EXPECT_EQ (release.Calls (), 1u);
+}
+
+TEST (EnsureLibrary, RacingThreadsShareOneModule)
+{
+    // Both threads are inside LoadLibraryW before either stores, so one of them loses the race
+    // and gives its reference back.
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    SkerryTest::Rendezvous bothInside (2);
+    load.Replace ([&] (LPCWSTR name) {
+        HMODULE module = load.Original (name);
+        bothInside.Arrive ();
+        return module;
+    });
+    void * slot = nullptr;
+    HINSTANCE__ * results [2] = {};
+    std::thread a ([&] { results [0] = Misc::EnsureLibrary (L"msimg32", slot); });
+    std::thread b ([&] { results [1] = Misc::EnsureLibrary (L"msimg32", slot); });
+    a.join ();
+    b.join ();
+    EXPECT_TRUE (results [0] != nullptr && results [0] == results [1] && results [0] == slot);
+    EXPECT_EQ (load.Calls (), 2u);
+    ASSERT_EQ (release.Calls (), 1u);
+    EXPECT_EQ (std::get<0> (release.CallArguments () [0]), results [0]);
 }
