@@ -62,8 +62,6 @@ JotRecord ParseRecord (const std::string & line)
     return record;
 }
 
-}
-
 std::vector<JotRecord> ReadJotLog (const std::wstring & path)
 {
     std::string name = "jot log " + std::filesystem::path (path).u8string ();
@@ -82,6 +80,8 @@ std::vector<JotRecord> ReadJotLog (const std::wstring & path)
         }
     }
     return records;
+}
+
 }
 
 ScopedJotLog::ScopedJotLog ()
