@@ -145,7 +145,7 @@ TEST (Containers, OutgrowTheirRoomAndAgreeWithAModel)
         keys.push_back (CreateString (("key" + std::to_string (i)).c_str ()));
     for (int step = 0; step < 60000; ++step) {
         int k = int (random () % keys.size ()), v = int (random () % 1000);
-        Owned<PLNumberRef> value (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt32Type, &v));
+        Owned<PLNumberRef> value (Integer (v));
         if (random () % 3 == 0)
             model.erase (k), PLDictionaryRemoveValue (d, keys [k]), PLSetRemoveValue (s, keys [k]);
         else

@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using Skerry::StackTrace;
@@ -123,12 +124,8 @@ TEST (InChild, CaptureThroughStandIn)
         sFrames.push_back (Address (i));
     StackTrace full;
     // Wine's capture leaves out one frame of its own accord, and is asked for one less.
-    HMODULE ntdll = ::GetModuleHandleW (L"ntdll");
-    bool wine = ::GetProcAddress (ntdll, "wine_get_version") != nullptr;
-    EXPECT_EQ (sSkip, wine ? 1ul : 2ul);
-    EXPECT_EQ (sCount, 60ul);
-    EXPECT_EQ (sHash, nullptr);
-    EXPECT_FALSE (sWroteSlot61);
+    bool wine = ::GetProcAddress (::GetModuleHandleW (L"ntdll"), "wine_get_version") != nullptr;
+    EXPECT_EQ (std::make_tuple (sSkip, sCount, sHash, sWroteSlot61), std::make_tuple (wine ? 1ul : 2ul, 60ul, PULONG (), false));
     EXPECT_EQ (static_cast<const std::vector<void *> &> (full), sFrames);
     EXPECT_EQ (full.capacity (), 60u);
 
@@ -140,8 +137,7 @@ TEST (InChild, CaptureThroughStandIn)
 
     sFrames.clear ();
     StackTrace none;
-    EXPECT_TRUE (none.empty ());
-    EXPECT_TRUE (StackTrace (none).empty ());
+    EXPECT_TRUE (none.empty () && StackTrace (none).empty ());
     EXPECT_EQ (none.Symbolicate (), "(no frames found)");
     // The capture function was looked up once, at the first trace, and Wine with it.
     EXPECT_EQ (lookup.Calls (), 2u);
@@ -277,9 +273,7 @@ TEST (InChild, StartUpFailuresAreRepeated)
 
     // Every attempt started over: a new process handle after the refused one, the path read and
     // assembled again each time, options set only once debug-help was up.
-    EXPECT_EQ (duplicate.Calls (), 2u);
-    EXPECT_EQ (program.Calls (), 7u);
-    EXPECT_EQ (initialize.Calls (), 5u);
+    EXPECT_EQ (std::make_tuple (duplicate.Calls (), program.Calls (), initialize.Calls ()), std::make_tuple (2u, 7u, 5u));
     ASSERT_EQ (options.Calls (), 1u);
     EXPECT_EQ (std::get<0> (options.CallArguments () [0]), 0x80000A04ul);
 }
@@ -301,8 +295,7 @@ TEST (InChild, SingletonRace)
     std::thread b ([&] { texts [1] = OneFrame ().Symbolicate (); });
     a.join ();
     b.join ();
-    EXPECT_EQ (duplicate.Calls (), 2u);
-    EXPECT_EQ (close.Calls (), 1u);
+    EXPECT_EQ (std::make_pair (duplicate.Calls (), close.Calls ()), std::make_pair (2u, 1u));
     EXPECT_EQ (texts [0], texts [1]);
     EXPECT_EQ (texts [0].find ("ErrorModelTests.exe"), 0u);
 }

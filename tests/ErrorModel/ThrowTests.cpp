@@ -82,14 +82,7 @@ TEST (StringException, CopiesOwnTheirMessagesAndReleaseEachOnce)
 
 TEST (StringException, DuplicationFailuresRaiseStandardExceptions)
 {
-    auto what = [] (const std::function<void ()> & raise) -> std::string {
-        try {
-            raise ();
-        } catch (const std::runtime_error & e) {
-            return e.what ();
-        }
-        return "nothing thrown";
-    };
+    auto what = [] (const std::function<void ()> & raise) { return std::string (Caught<std::runtime_error> (raise).what ()); };
     const char kNew [] = "unable to duplicate string for new String exception";
     EXPECT_EQ (what ([] { ThrowStringFunc ("F", "S", 1, nullptr); }), kNew);
     String original ("F", "S", 1, "text"), target ("G", "T", 2, "kept");

@@ -24,50 +24,46 @@ namespace {
 
 class Miscellany : public SkerryTest::HandleLeakTest {};
 
+// What a wait gave back, or what it raised and from where.
+std::string Outcome (const std::function<unsigned long ()> & wait)
+{
+    try {
+        return std::to_string (wait ());
+    } catch (const Win32 & e) {
+        return "Win32 " + std::to_string (e.fCode) + " from " + e.fFunction + " in " + e.fFile;
+    } catch (const Skerry::Exceptions::Skerry & e) {
+        return "Skerry " + std::to_string (e.fCode) + " from " + e.fFunction + " in " + e.fFile;
+    }
 }
 
-// Every row of the outcome table, for both waits; the multiple one waits on three handles.
+}
+
+// Every row of the outcome table, for both waits. The multiple one waits on three handles: its
+// second and third are beyond the single one's range.
 TEST_F (Miscellany, WaitOutcomes)
 {
-    const unsigned long kReturned = 0;    // the outcome is the platform's result itself
-    struct Row {
-        DWORD result, timeout;
-        bool allowAbandoned;
-        unsigned long win32, skerry;    // the code raised, if any
-    } const rows [] = {
-        { WAIT_FAILED, 0, true, 6, kReturned }, { WAIT_TIMEOUT, 10, false, kReturned, kReturned },
-        { WAIT_TIMEOUT, INFINITE, true, kReturned, 1 }, { WAIT_ABANDONED, 0, true, kReturned, kReturned },
-        { WAIT_ABANDONED + 2, 0, true, kReturned, kReturned }, { WAIT_ABANDONED, 0, false, kReturned, 2 },
-        { WAIT_ABANDONED + 2, 0, false, kReturned, 2 }, { WAIT_OBJECT_0, INFINITE, false, kReturned, kReturned },
-        { WAIT_OBJECT_0 + 2, 0, false, kReturned, kReturned }, { WAIT_OBJECT_0 + 3, 0, true, 1359, kReturned },
-        { WAIT_ABANDONED + 3, 0, true, 1359, kReturned }, { WAIT_IO_COMPLETION, 0, true, 1359, kReturned },
+    struct Row { DWORD result, timeout; bool allowAbandoned; const char * raised; } const rows [] = {
+        { WAIT_FAILED, 0, true, "Win32 6" }, { WAIT_TIMEOUT, 10, false, "" }, { WAIT_TIMEOUT, INFINITE, true, "Skerry 1" },
+        { WAIT_ABANDONED, 0, true, "" }, { WAIT_ABANDONED + 2, 0, true, "" }, { WAIT_ABANDONED, 0, false, "Skerry 2" },
+        { WAIT_ABANDONED + 2, 0, false, "Skerry 2" }, { WAIT_OBJECT_0, INFINITE, false, "" },
+        { WAIT_OBJECT_0 + 2, 0, false, "" }, { WAIT_OBJECT_0 + 3, 0, true, "Win32 1359" },
+        { WAIT_ABANDONED + 3, 0, true, "Win32 1359" }, { WAIT_IO_COMPLETION, 0, true, "Win32 1359" },
     };
     SKERRY_INTERPOSE (single, "KERNEL32.dll", WaitForSingleObject);
     SKERRY_INTERPOSE (multiple, "KERNEL32.dll", WaitForMultipleObjects);
     void * const handles [3] = {};
     for (const Row & row : rows)
         for (bool many : { false, true }) {
-            if (! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2))
-                continue;    // beyond one handle: a row of its own below
-            std::string trace = "result " + std::to_string (row.result) + (many ? ", multiple" : ", single");
             single.Fail (row.result, 6);
             multiple.Fail (row.result, 6);
-            auto wait = [&] {
+            std::string function = many ? "Skerry::Miscellany::WaitForMultipleObjects" : "Skerry::Miscellany::WaitForSingleObject";
+            bool beyond = ! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2);
+            std::string raised = beyond ? "Win32 1359" : row.raised;
+            EXPECT_EQ (Outcome ([&] {
                 return many ? Misc::WaitForMultipleObjects (3, handles, row.timeout, row.allowAbandoned)
                             : Misc::WaitForSingleObject (nullptr, row.timeout, row.allowAbandoned);
-            };
-            const char * function = many ? "Skerry::Miscellany::WaitForMultipleObjects"
-                                         : "Skerry::Miscellany::WaitForSingleObject";
-            if (row.win32 != kReturned)
-                EXPECT_EQ (Expect<Win32> (wait, function, "Utilities").fCode, row.win32) << trace;
-            else if (row.skerry != kReturned)
-                EXPECT_EQ (Expect<Skerry::Exceptions::Skerry> (wait, function, "Utilities").fCode, row.skerry) << trace;
-            else
-                EXPECT_EQ (wait (), row.result) << trace;
+            }), raised.empty () ? std::to_string (row.result) : raised + " from " + function + " in Utilities");
         }
-    single.Fail (WAIT_ABANDONED + 2, 0);
-    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
-        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 1359ul);
     EXPECT_EQ (std::get<2> (multiple.CallArguments () [0]), FALSE);    // any one handle, never all
 }
 
@@ -106,11 +102,7 @@ TEST_F (Miscellany, GetVersion)
         wrong.dwSignature = signature, wrong.dwStrucVersion = structureVersion;
         query.Replace ([&] (LPCVOID, LPCWSTR, LPVOID * result, PUINT) { *result = &wrong; return TRUE; });
     };
-    struct {
-        const char * message;
-        const wchar_t * file;
-        std::function<void ()> arrange;
-    } const rows [] = {
+    struct { const char * message; const wchar_t * file; std::function<void ()> arrange; } const rows [] = {
         { "GetFileVersionInfoSize failed", L"KernelObjectTests.exe", [] {} },
         { "GetFileVersionInfo failed", L"VersionedLibrary.dll", [&] { info.Fail (FALSE, 0); } },
         { "VerQueryValue failed", L"VersionedLibrary.dll", [&] { query.Fail (FALSE, 0); } },
