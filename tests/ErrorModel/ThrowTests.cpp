@@ -200,7 +200,7 @@ TEST (ChildScenarios, EndAsExpected)
         if (c.fLines.empty ())
             continue;
         std::vector<std::string> lines = child.Messages ();
-        ASSERT_EQ (lines.size (), c.fLines.size ()) << c.fScenario;
+        ASSERT_EQ (lines.size (), c.fLines.size ()) << c.fScenario << ": " << ::testing::PrintToString (lines);
         for (size_t i = 0; i < lines.size (); ++i)
             EXPECT_TRUE (std::regex_match (lines [i], std::regex (c.fLines [i]))) << lines [i];
     }
