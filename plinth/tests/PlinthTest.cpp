@@ -30,6 +30,16 @@ std::u16string Units (PLStringRef string)
     return units;
 }
 
+PLNumberRef Integer (int64_t value)
+{
+    return PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &value);
+}
+
+PLNumberRef Real (double value)
+{
+    return PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &value);
+}
+
 void SetVariable (char const * name, char const * value)
 {
 #ifdef _WIN32

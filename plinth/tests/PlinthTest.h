@@ -20,6 +20,9 @@ using PlinthCXX::UTF8;
 PLStringRef CreateString (char const * utf8);
 PLStringRef CreateString (std::u16string const & units);
 std::u16string Units (PLStringRef string);
+// An owned number of a 64-bit integer, or of a real.
+PLNumberRef Integer (int64_t value);
+PLNumberRef Real (double value);
 
 // Fails the test when the live-object count differs from that at construction.
 class NoLeaks {

@@ -4,6 +4,7 @@
 #include "PlinthTest.h"
 
 #include <cstdio>
+#include <tuple>
 #include <sys/wait.h>
 
 using namespace PlinthTest;
@@ -33,10 +34,11 @@ for path, form, statement in zip(*[iter(sys.argv[2:])] * 3):
     print("OK" if same(v, scope["V"]) and data.startswith(b"bplist") == (form == "binary") else path + ": " + repr(v))
 )";
 
-struct Result {
+// A command as the shell runs it, and what it gives: its exit status and standard output and error.
+struct Row {
+    std::string fCommand;
     int fStatus;
-    std::string fOut;
-    std::string fErr;
+    std::string fOut, fErr;
 };
 
 // A scratch directory holding plistlib's f.binary and f.xml, where commands run through the shell
@@ -49,12 +51,12 @@ public:
         EXPECT_EQ (Shell ("$P write").fStatus, 0);
     }
 
-    Result Shell (std::string const & command) const
+    Row Shell (std::string const & command) const
     {
         std::string line = "cd '" + Directory () + "' && export T='" PLIST_TOOL "' P='python3 check.py' D='"
             PLINTH_TEST_DATA "' && { " + command + "; } 2>stderr.txt";
         FILE * pipe = popen (line.c_str (), "r");
-        Result result { -1, "", "" };
+        Row result { command, -1, "", "" };
         char buffer [4096];
         while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
             result.fOut.append (buffer, got);
@@ -63,22 +65,13 @@ public:
         result.fErr = ReadFile (File ("stderr.txt"));
         return result;
     }
-};
 
-struct Row {
-    char const * fCommand;
-    int fStatus;
-    std::string fOut;
-    char const * fErr;
+    void Expect (Row const & row) const
+    {
+        Row result = Shell (row.fCommand);
+        EXPECT_EQ (std::tie (result.fStatus, result.fOut, result.fErr), std::tie (row.fStatus, row.fOut, row.fErr)) << row.fCommand;
+    }
 };
-
-void Expect (Scratch const & scratch, Row const & row)
-{
-    Result result = scratch.Shell (row.fCommand);
-    EXPECT_EQ (result.fStatus, row.fStatus) << row.fCommand;
-    EXPECT_EQ (result.fOut, row.fOut) << row.fCommand;
-    EXPECT_EQ (result.fErr, row.fErr) << row.fCommand;
-}
 
 }
 
@@ -86,9 +79,8 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
 {
     Scratch scratch;
     for (char const * help : { "$T --help", "$T -h" }) {
-        Result result = scratch.Shell (help);
-        EXPECT_EQ (result.fStatus, 0);
-        EXPECT_EQ (result.fOut.substr (0, 7) + result.fErr, "usage: ");
+        Row result = scratch.Shell (help);
+        EXPECT_EQ (std::to_string (result.fStatus) + result.fOut.substr (0, 7) + result.fErr, "0usage: ") << help;
     }
     EXPECT_EQ (scratch.Shell ("$T --version").fOut, "plist-tool " PLIST_TOOL_VERSION "\n");
     std::pair<char const *, std::string> const wrongs [] = { { "$T", "no command" },
@@ -101,10 +93,9 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
         { "$T -insert a 1 2 f.xml", "expected -TYPE before the value, found \"1\"" },
         { "$T -p -o o f.xml", "wrong arguments for -p" }, { "$T -lint", "-lint needs at least one FILE" } };
     for (auto const & wrong : wrongs) {
-        Result result = scratch.Shell (wrong.first);
-        EXPECT_EQ (result.fStatus, 2) << wrong.first;
-        EXPECT_EQ (result.fErr.substr (0, result.fErr.find ('\n') + 8) + result.fOut,
-            "plist-tool: " + wrong.second + "\nusage: ") << wrong.first;
+        Row result = scratch.Shell (wrong.first);
+        EXPECT_EQ (std::to_string (result.fStatus) + result.fErr.substr (0, result.fErr.find ('\n') + 8) + result.fOut,
+            "2plist-tool: " + wrong.second + "\nusage: ") << wrong.first;
     }
     Row const rows [] = {
         { "$T -type servers.1.port f.binary && $T -type 'dot\\.key' f.xml && $T -type '' - < f.xml", 0,
@@ -140,7 +131,7 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
         { "printf '[18446744073709551616]' | $T -lint -", 1, "",
             "plist-tool: (standard input): key path \"0\": an integer outside -2^63 to 2^64-1\n" } };
     for (Row const & row : rows)
-        Expect (scratch, row);
+        scratch.Expect (row);
 }
 
 TEST (PlistTool, EditsReplaceTheFileWholeInItsOwnFormat)
@@ -169,7 +160,7 @@ TEST (PlistTool, EditsReplaceTheFileWholeInItsOwnFormat)
             checks += " " + file + " " + format + " '" + edit.fPython + "'";
             expected += "OK\n";
         }
-    Expect (scratch, Row { (command + "$P check" + checks).c_str (), 0, expected, "" });
+    scratch.Expect (Row { command + "$P check" + checks, 0, expected, "" });
     // Failures leave the file as it was, and no temporary file beside it.
     Row const failures [] = {
         { "$T -insert name -string x w", 1, "", "plist-tool: w: key path \"name\": a value is there already (use -replace)\n" },
@@ -184,7 +175,7 @@ TEST (PlistTool, EditsReplaceTheFileWholeInItsOwnFormat)
             "plist-tool: w: XML property list: a string with a character that XML cannot hold\n" } };
     for (Row const & failure : failures) {
         scratch.Shell ("cp f.xml w");
-        Expect (scratch, failure);
+        scratch.Expect (failure);
         EXPECT_EQ (scratch.Shell ("cmp w f.xml && ls -A | grep -c plist-tool").fOut, "0\n") << failure.fCommand;
     }
 }

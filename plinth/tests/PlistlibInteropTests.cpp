@@ -57,21 +57,18 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
 {
     NoLeaks noLeaks;
     char pattern [] = "/tmp/PlinthInteropXXXXXX";
-    std::string directory = mkdtemp (pattern);
-    std::string data = PLINTH_TEST_DATA;
-    std::istringstream index (Contents (data + "/plistlib/index.txt"));
+    std::string directory = mkdtemp (pattern), data = PLINTH_TEST_DATA, files = Contents (data + "/plistlib/index.txt");
+    std::istringstream index (files);
     int written = 0;
     for (std::string file; std::getline (index, file);) {
-        std::string name = file.substr (0, file.find ('.'));
+        std::string name = file.substr (0, file.find ('.')), bytes = Contents (data + "/plistlib/" + file);
         if (file != name + ".binary")
             continue;
-        std::string bytes = Contents (data + "/plistlib/" + file);
         Owned<PLDataRef> input (PLDataCreate (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (bytes.data ()),
             PLIndex (bytes.size ())));
         Owned<PLTypeRef> value (PLPropertyListCreateWithData (kPLAllocatorDefault, input, 0, nullptr, nullptr));
         ASSERT_NE (value.Get (), nullptr) << file;
-        bool xml = Contents (data + "/plistlib/index.txt").find (name + ".xml\n") != std::string::npos;
-        WriteEveryWay (directory, name, value, xml, name.size () < 16);
+        WriteEveryWay (directory, name, value, files.find (name + ".xml\n") != std::string::npos, name.size () < 16);
         ++written;
     }
     EXPECT_GT (written, 60);
@@ -80,10 +77,8 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     Owned<PLMutableArrayRef> strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     for (int32_t i = 0; i < 70000; ++i) {
-        Owned<PLNumberRef> number (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt32Type, &i));
-        PLArrayAppendValue (integers, number);
-        Owned<PLStringRef> string (CreateString (("s" + std::to_string (i)).c_str ()));
-        PLArrayAppendValue (strings, string);
+        PLArrayAppendValue (integers, Owned<PLNumberRef> (Integer (i)));
+        PLArrayAppendValue (strings, Owned<PLStringRef> (CreateString (("s" + std::to_string (i)).c_str ())));
     }
     WriteEveryWay (directory, "generated_refs_4", integers, true, false);
     WriteEveryWay (directory, "generated_strings_4", strings, true, false);
@@ -96,8 +91,7 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     char buffer [4096];
     while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
         output.append (buffer, got);
-    int status = pclose (pipe);
-    EXPECT_EQ (status, 0) << output;
+    EXPECT_EQ (pclose (pipe), 0) << output;
     EXPECT_NE (output.find (", 0 failures"), std::string::npos) << output;
     std::system (("rm -rf " + directory).c_str ());
 }

@@ -51,11 +51,8 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));   // nothing pending: nothing to do
 
     // Every property-list kind survives the file.
-    int64_t integer = -1234567890123ll;
-    double real = 0.1;
     uint8_t bytes [] = { 0, 1, 0xFF };
-    Owned<PLNumberRef> a (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &integer));
-    Owned<PLNumberRef> b (PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &real));
+    Owned<PLNumberRef> a (Integer (-1234567890123ll)), b (Real (0.1));
     Owned<PLDataRef> c (PLDataCreate (kPLAllocatorDefault, bytes, 3));
     Owned<PLDateRef> d (PLDateCreate (kPLAllocatorDefault, 12.5));
     Owned<PLStringRef> e (CreateString (u8"\u00E4\U0001F600"));
@@ -64,8 +61,7 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     PLPreferencesSetAppValue (PLSTR ("Tree"), array, kApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
     Owned<PLTypeRef> back (PLPreferencesCopyAppValue (PLSTR ("Tree"), kApplication));
-    EXPECT_NE (back.Get (), array.Get ());
-    EXPECT_TRUE (PLEqual (back, array));
+    EXPECT_TRUE (back.Get () != array.Get () && PLEqual (back, array));
 }
 
 TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
@@ -119,25 +115,4 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
     PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
     ScratchPreferences::WriteFile (file, "");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-
-    // Every cut and many changed bytes of a good file: each read gives a whole value or nothing.
-    int64_t number = 7;
-    Owned<PLNumberRef> seven (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &number));
-    void const * items [] = { PLSTR ("text"), seven.Get (), kPLBooleanTrue };
-    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 3, &kPLTypeArrayCallBacks));
-    PLPreferencesSetAppValue (PLSTR ("list"), array, kApplication);
-    PLPreferencesSetAppValue (PLSTR ("name"), PLSTR ("value"), kApplication);
-    ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    std::string good = ScratchPreferences::ReadFile (file);
-    unsigned seed = 12345;
-    for (std::size_t variant = 0; variant < good.size () + 200; ++variant) {
-        std::string bad = good;
-        if (variant < good.size ())
-            bad.resize (variant);
-        else
-            seed = seed * 1103515245 + 12345, bad [8 + (seed >> 8) % (good.size () - 8)] = char (seed >> 20);
-        ScratchPreferences::WriteFile (file, bad);
-        Owned<PLTypeRef> list (PLPreferencesCopyAppValue (PLSTR ("list"), kApplication));
-        EXPECT_TRUE (list.Get () == nullptr || PLGetTypeID (list) == PLArrayGetTypeID ());
-    }
 }

@@ -3,7 +3,6 @@
 // refused; read options decide mutability; streams that can't open or write fail cleanly.
 #include "PlinthTest.h"
 
-#include <fstream>
 #include <sstream>
 #include <vector>
 
@@ -48,6 +47,7 @@ PLTypeRef Read (std::string const & bytes, PLOptionFlags options, std::string * 
     return value;
 }
 
+// The bytes of `value` in `format`, or "(null)" and the reason.
 std::string Write (PLTypeRef value, PLPropertyListFormat format, std::string * reason = nullptr)
 {
     PLStringRef error = nullptr;
@@ -58,15 +58,11 @@ std::string Write (PLTypeRef value, PLPropertyListFormat format, std::string * r
     return data.Get () == nullptr ? "(null)"
         : std::string (reinterpret_cast<char const *> (PLDataGetBytePtr (data)), std::size_t (PLDataGetLength (data)));
 }
+
 template <typename Ref = PLTypeRef>
 Ref ValueOf (PLTypeRef dictionary, char const * key)
 {
     return static_cast<Ref> (PLDictionaryGetValue (static_cast<PLDictionaryRef> (dictionary), Owned<PLStringRef> (CreateString (key))));
-}
-
-PLMutableArrayRef CreateArray ()
-{
-    return PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks);
 }
 
 }
@@ -90,21 +86,15 @@ TEST (PropertyListCorpus, WhatPlistlibWroteReadsIntoEqualValuesInEveryFormatAndW
         bool sameNaN = name == "real_nan" && PLEqual (value, binary);   // NaN equals NaN in Plinth
         EXPECT_TRUE (PLEqual (value, binary) || sameNaN) << file;
     }
-}
-
-// The native test Interop has plistlib check every value; these are the ones that a 32-bit build
-// could get wrong while both formats still agree.
-TEST (PropertyListCorpus, WideValuesAreThoseThatPlistlibWrote)
-{
-    NoLeaks noLeaks;
-    Owned<PLTypeRef> every (Read (Data ("plistlib/dict_every_type.xml"), 0));
+    // The native test Interop has plistlib check every value; these are the ones that a 32-bit
+    // build could get wrong while both formats still agree.
+    Owned<PLTypeRef> every (Read (Data ("plistlib/dict_every_type.xml"), 0)), first (Read (Data ("plistlib/date_first.xml"), 0));
     uint64_t big = 0;
     int64_t integer = 0;
     EXPECT_EQ (PLNumberGetType (ValueOf<PLNumberRef> (every, "big")), kPLNumberUInt64Type);
     EXPECT_TRUE (PLNumberGetValue (ValueOf<PLNumberRef> (every, "big"), kPLNumberUInt64Type, &big) && big == UINT64_MAX);
     EXPECT_TRUE (PLNumberGetValue (ValueOf<PLNumberRef> (every, "integer"), kPLNumberSInt64Type, &integer) && integer == -42);
     EXPECT_EQ (PLDateGetAbsoluteTime (ValueOf<PLDateRef> (every, "date")), 731245384.0);
-    Owned<PLTypeRef> first (Read (Data ("plistlib/date_first.xml"), 0));
     EXPECT_EQ (PLDateGetAbsoluteTime (static_cast<PLDateRef> (first.Get ())), -63113904000.0);
 }
 
@@ -112,16 +102,12 @@ TEST (PropertyListCorpus, XMLInUTF16AndLatin1ReadsAsInUTF8)
 {
     NoLeaks noLeaks;
     std::string utf8 = "<?xml version=\"1.0\"?><plist><string>Gr\xC3\xBC\xC3\x9F\xC3\xA9 \xF0\x9F\x98\x80</string></plist>";
-    Owned<PLTypeRef> expected (Read (utf8, 0));
-    ASSERT_NE (expected.Get (), nullptr);
     // UTF-16LE with its mark: every character as its units, the emoji as a surrogate pair.
-    Owned<PLStringRef> text (CreateString (utf8.c_str ()));
-    std::u16string units = Units (text);
     std::string utf16 = "\xFF\xFE";
-    for (char16_t unit : units)
+    for (char16_t unit : Units (Owned<PLStringRef> (CreateString (utf8.c_str ()))))
         utf16 += std::string { char (unit & 0xFF), char (unit >> 8) };
-    Owned<PLTypeRef> fromUTF16 (Read (utf16, 0));
-    EXPECT_TRUE (PLEqual (fromUTF16, expected));
+    Owned<PLTypeRef> expected (Read (utf8, 0)), fromUTF16 (Read (utf16, 0));
+    EXPECT_TRUE (expected.Get () != nullptr && PLEqual (fromUTF16, expected));
     std::string latin1 = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><plist><string>Gr\xFC\xDF\xE9</string></plist>";
     Owned<PLTypeRef> fromLatin1 (Read (latin1, 0));
     EXPECT_EQ (Units (static_cast<PLStringRef> (fromLatin1.Get ())), u"Gr\u00FC\u00DF\u00E9");
@@ -133,12 +119,9 @@ TEST (PropertyListHardening, EveryHostileInputFailsWithItsReasonAndLeavesNothing
     ASSERT_GT (lines.size (), 80u);
     for (std::string const & line : lines) {
         std::size_t bar = line.find ('|');
-        std::string file = line.substr (0, bar);
-        PLOptionFlags options = PLOptionFlags (std::stoul (line.substr (bar + 1)));
-        std::string expected = line.substr (line.find ('|', bar + 1) + 1);
+        std::string file = line.substr (0, bar), expected = line.substr (line.find ('|', bar + 1) + 1), reason;
         NoLeaks noLeaks;
-        std::string reason;
-        Owned<PLTypeRef> value (Read (Data ("hostile/" + file), options, &reason));
+        Owned<PLTypeRef> value (Read (Data ("hostile/" + file), PLOptionFlags (std::stoul (line.substr (bar + 1))), &reason));
         EXPECT_EQ (value.Get (), nullptr) << file;
         EXPECT_EQ (reason.substr (0, expected.size ()), expected) << file;
     }
@@ -164,7 +147,7 @@ TEST (PropertyListHardening, ReasonsNameTheByteAndSharedObjectsStaySharedWhenImm
     Owned<PLTypeRef> nested (Read ("<plist>" + arrays + "</plist>", 0, &reason));
     ASSERT_NE (nested.Get (), nullptr) << reason;
     EXPECT_NE (Write (nested, kPLPropertyListBinaryFormat), "(null)");
-    Owned<PLMutableArrayRef> outer (CreateArray ());
+    Owned<PLMutableArrayRef> outer (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     PLArrayAppendValue (outer, nested);
     EXPECT_EQ (Write (outer, kPLPropertyListXMLFormat, &reason), "(null)");
     EXPECT_EQ (reason, "XML property list: containers nested too deeply (or holding themselves)");
@@ -173,12 +156,11 @@ TEST (PropertyListHardening, ReasonsNameTheByteAndSharedObjectsStaySharedWhenImm
 TEST (PropertyListWriting, WhatNoFormatCanHoldIsRefusedWithAReason)
 {
     NoLeaks noLeaks;
-    Owned<PLMutableArrayRef> cycle (CreateArray ());
+    Owned<PLMutableArrayRef> cycle (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     PLArrayAppendValue (cycle, cycle);
     Owned<PLMutableDictionaryRef> numberKey (PLDictionaryCreateMutable (kPLAllocatorDefault, 0,
         &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks));
-    int32_t one = 1;
-    Owned<PLNumberRef> number (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt32Type, &one));
+    Owned<PLNumberRef> number (Integer (1));
     PLDictionarySetValue (numberKey, number, number);
     Owned<PLDateRef> late (PLDateCreate (kPLAllocatorDefault, 252423993600.0));
     Owned<PLStringRef> lone (CreateString (std::u16string (1, char16_t (0xD800)))), control (CreateString ("a\x01"));
@@ -252,22 +234,16 @@ TEST (PropertyListStreams, FilesRoundTripAndFailingStreamsFailCleanly)
         EXPECT_EQ (std::size_t (PLPropertyListWrite (value, stream, kPLPropertyListBinaryFormat, 0, nullptr)), every.size ());
     }   // the release closes the file
     EXPECT_EQ (ScratchPreferences::ReadFile (scratch.File ("every.plist")), every);
-    {
+    for (PLIndex length : { 0, 100 }) {    // a length that cuts the stream short leaves the trailer out
         Owned<PLReadStreamRef> stream (PLReadStreamCreateWithFile (kPLAllocatorDefault, url));
         ASSERT_TRUE (PLReadStreamOpen (stream));
         PLPropertyListFormat format = kPLPropertyListXMLFormat;
-        Owned<PLTypeRef> back (PLPropertyListCreateWithStream (kPLAllocatorDefault, stream, 0, 0, &format, nullptr));
-        EXPECT_TRUE (PLEqual (back, value) && format == kPLPropertyListBinaryFormat);
+        Owned<PLTypeRef> back (PLPropertyListCreateWithStream (kPLAllocatorDefault, stream, length, 0, &format, nullptr));
+        EXPECT_TRUE (length == 0 ? PLEqual (back, value) && format == kPLPropertyListBinaryFormat : back.Get () == nullptr);
         PLReadStreamClose (stream);
         PLStringRef error = nullptr;
         EXPECT_EQ (PLPropertyListCreateWithStream (kPLAllocatorDefault, stream, 0, 0, nullptr, &error), nullptr);
         EXPECT_EQ (Reason (error), "property list: the stream can't be read");
-    }
-    {
-        // A length cuts the stream short: the trailer is missing.
-        Owned<PLReadStreamRef> stream (PLReadStreamCreateWithFile (kPLAllocatorDefault, url));
-        ASSERT_TRUE (PLReadStreamOpen (stream));
-        EXPECT_EQ (PLPropertyListCreateWithStream (kPLAllocatorDefault, stream, 100, 0, nullptr, nullptr), nullptr);
     }
     Owned<PLURLRef> missing (fileURL (scratch.File ("missing.plist"))), directory (fileURL (scratch.Directory (), true));
     EXPECT_FALSE (PLReadStreamOpen (Owned<PLReadStreamRef> (PLReadStreamCreateWithFile (kPLAllocatorDefault, missing))));

@@ -1,9 +1,9 @@
-// The catching tools: one ladder of seven kinds, as a Description and as a logged line.
+// The five Throw functions and the catching tools: what each kind logs when thrown, and what one
+// ladder of seven kinds makes of it as a Description and as a logged line.
 #include <LibSkerry/Exceptions>
 
 #include "ChildProcess.h"
 #include "Expect.h"
-#include "JotLog.h"
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,7 @@
 #include <vector>
 
 using namespace Skerry::Exceptions;
+using Strings = std::vector<std::string>;
 
 namespace {
 
@@ -35,7 +36,7 @@ bool WellFormedTrace (const std::string & trace)
 struct Caught {
     Description fDescription;
     long fResult;
-    std::string fLine;
+    Strings fLines;    // what the throw and the catch logged
 };
 
 template <typename Raise>
@@ -45,9 +46,8 @@ Caught CatchWith (Raise raise)
     try {
         raise ();
     } catch (...) {
-        Caught caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), ""};
-        std::vector<std::string> lines = log.Messages ();
-        caught.fLine = lines.empty () ? "" : lines.back ();
+        Caught caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), {}};
+        caught.fLines = log.Messages ();
         return caught;
     }
     throw std::logic_error ("nothing thrown");
@@ -55,68 +55,59 @@ Caught CatchWith (Raise raise)
 
 }
 
+// A line of -1 keeps its bit pattern: signed in the code kinds' lines, unsigned in String's.
 TEST (Catching, EachKindHasItsClause)
 {
     const long kFail = long (0x80004005);
-    const struct { void (* fRaise) (); std::string fType, fMessage; long fDescribed, fTranslated; std::string fLine; } cases [] = {
-        { [] { ThrowStringFunc ("Thrower", "ThrowSource", 12, "broken"); }, "String", "broken", kFail, kFail,
-          "Catcher: caught String exception on line 77 of file CatchSource;\nthrown from function Thrower on line 12 of file "
-          "ThrowSource:\n\tbroken\nstack trace:\n" },
-        { [] { ThrowSkerryErrorFunc ("Thrower", "ThrowSource", 13, 18); }, "Skerry", "", kFail, kFail,
+    const struct {
+        void (* fRaise) ();
+        std::string fDescribed;    // type|message|function|file|line
+        long fResult, fTranslated;
+        std::string fThrown, fCaught;
+    } cases [] = {
+        { [] { ThrowStringFunc ("Thrower", "ThrowSource", -1, "broken"); }, "String|broken|Thrower|ThrowSource|4294967295",
+          kFail, kFail, "Thrower: throwing exception from line 4294967295 of file ThrowSource: broken",
+          "Catcher: caught String exception on line 77 of file CatchSource;\nthrown from function Thrower on line 4294967295 of "
+          "file ThrowSource:\n\tbroken\nstack trace:\n" },
+        { [] { ThrowSkerryErrorFunc ("Thrower", "ThrowSource", 13, 18); }, "Skerry||Thrower|ThrowSource|13", kFail, kFail,
+          "Thrower: throwing exception due to Skerry error 18 on line 13 of file ThrowSource",
           "Catcher: caught Skerry error 18 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 13 "
           "of file ThrowSource; stack trace:\n" },
-        { [] { ThrowWin32ErrorFunc ("Thrower", "ThrowSource", 14, 2); }, "Win32", "", long (0x80070002), long (0x80070002),
+        { [] { ThrowWin32ErrorFunc ("Thrower", "ThrowSource", 14, 2); }, "Win32||Thrower|ThrowSource|14", long (0x80070002),
+          long (0x80070002), "Thrower: throwing exception due to Win32 error 2 on line 14 of file ThrowSource",
           "Catcher: caught Win32 error 2 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 14 "
           "of file ThrowSource; stack trace:\n" },
-        { [] { ThrowErrnoFunc ("Thrower", "ThrowSource", -1, 22); }, "Errno", "", kFail, kFail,
+        { [] { ThrowErrnoFunc ("Thrower", "ThrowSource", -1, 22); }, "Errno||Thrower|ThrowSource|4294967295", kFail, kFail,
+          "Thrower: throwing exception due to errno 22 on line -1 of file ThrowSource",
           "Catcher: caught errno 22 exception on line 77 of file CatchSource;\nthrown from function Thrower on line "
           "4294967295 of file ThrowSource; stack trace:\n" },
-        { [] { ThrowHRESULTFunc ("Thrower", "ThrowSource", 16, long (0x80004002)); }, "COM", "", long (0x80004002), long (0x80004002),
+        { [] { ThrowHRESULTFunc ("Thrower", "ThrowSource", 16, long (0x80004002)); }, "COM||Thrower|ThrowSource|16",
+          long (0x80004002), long (0x80004002), "Thrower: throwing exception due to HRESULT 0x80004002 on line 16 of file ThrowSource",
           "Catcher: caught HRESULT 0x80004002 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 16 "
           "of file ThrowSource; stack trace:\n" },
-        { [] { throw std::runtime_error ("out of luck"); }, "std", "out of luck", kFail, kFail,
+        { [] { throw std::runtime_error ("out of luck"); }, "std|out of luck|||0", kFail, kFail, "",
           "Catcher: caught standard exception \"out of luck\" on line 77 of file CatchSource" },
-        { [] { throw 42; }, "unknown", "", kFail, long (0x8000FFFF), "Catcher: caught unknown exception on line 77 of file CatchSource" },
+        { [] { throw 42; }, "unknown||||0", kFail, long (0x8000FFFF), "", "Catcher: caught unknown exception on line 77 of file CatchSource" },
     };
     for (const auto & c : cases) {
         Caught caught = CatchWith (c.fRaise);
         const Description & d = caught.fDescription;
-        EXPECT_EQ (d.fType, c.fType);
-        EXPECT_EQ (d.fResult, c.fDescribed) << c.fType;
-        EXPECT_EQ (caught.fResult, c.fTranslated) << c.fType;
-        EXPECT_EQ (caught.fLine, c.fLine + d.fStackTrace);
-        bool traced = c.fType != "std" && c.fType != "unknown";
+        bool traced = ! c.fThrown.empty ();
+        EXPECT_EQ (d.fType + "|" + d.fMessage + "|" + d.fFunction + "|" + d.fFile + "|" + std::to_string (d.fLine), c.fDescribed);
+        EXPECT_EQ (d.fResult, c.fResult) << c.fDescribed;
+        EXPECT_EQ (caught.fResult, c.fTranslated) << c.fDescribed;
+        EXPECT_EQ (caught.fLines, traced ? Strings ({ c.fThrown, c.fCaught + d.fStackTrace }) : Strings ({ c.fCaught }));
         EXPECT_EQ (WellFormedTrace (d.fStackTrace), traced) << d.fStackTrace;
-        EXPECT_EQ (d.fMessage + "|" + d.fFunction + "|" + d.fFile, c.fMessage + (traced ? "|Thrower|ThrowSource" : "||"));
-        EXPECT_EQ (d.fLine, c.fType == "String" ? 12u : traced ? d.fLine : 0u);
     }
-}
-
-TEST (Catching, Win32CodesTranslateByTheirSign)
-{
-    const struct { unsigned long fCode; long fResult; } cases [] = {
-        {0, 0}, {5, long (0x80070005)}, {0x12345, long (0x80072345)},
-        {0x80070057, long (0x80070057)}, {0xFFFFFFFF, long (0xFFFFFFFF)}};
-    for (const auto & c : cases) {
-        Caught caught = CatchWith ([&] { ThrowWin32ErrorFunc ("F", "S", 1, c.fCode); });
-        EXPECT_EQ (caught.fDescription.fResult, c.fResult) << c.fCode;
-        EXPECT_EQ (caught.fResult, c.fResult) << c.fCode;
+    // A Win32 code translates by its sign: a positive one into the Win32 facility (its low 16
+    // bits), a negative one as it is, and 0 as success.
+    const std::pair<unsigned long, long> codes [] = { { 0, 0 }, { 5, long (0x80070005) }, { 0x12345, long (0x80072345) },
+        { 0x80070057, long (0x80070057) }, { 0xFFFFFFFF, long (0xFFFFFFFF) } };
+    for (const auto & c : codes) {
+        Caught caught = CatchWith ([&] { ThrowWin32ErrorFunc ("F", "S", 1, c.first); });
+        EXPECT_EQ (caught.fDescription.fResult, c.second) << c.first;
+        EXPECT_EQ (caught.fResult, c.second) << c.first;
     }
-}
-
-TEST (Catching, EmptyTraceAndIndependentCopies)
-{
-    Win32 empty ("F", "S", 1, 2);
-    empty.clear ();
-    Caught caught = CatchWith ([&] { throw empty; });
-    EXPECT_EQ (caught.fDescription.fStackTrace, "(no frames found)");
-    EXPECT_EQ (caught.fLine.substr (caught.fLine.size () - 18), "\n(no frames found)");
-    Description copy (caught.fDescription);
-    Description assigned = CatchWith ([] { throw 1; }).fDescription;
-    assigned = copy;
-    copy.fType [0] = 'X';
-    copy.fStackTrace.clear ();
-    EXPECT_EQ (assigned.fType + assigned.fStackTrace + caught.fDescription.fType, "Win32(no frames found)Win32");
 }
 
 TEST (Catching, ThreadsDescribeAtTheSameTime)
@@ -139,7 +130,7 @@ TEST (Catching, ThreadsDescribeAtTheSameTime)
     for (std::thread & thread : threads)
         thread.join ();
     EXPECT_EQ (bad.load (), 0);
-    std::vector<std::string> lines = log.Messages ();
+    Strings lines = log.Messages ();
     EXPECT_EQ (std::count_if (lines.begin (), lines.end (), [] (const std::string & line) {
         return line.compare (0, 16, "Handler: caught ") == 0 && WellFormedTrace (line.substr (line.find ("stack trace:\n") + 13));
     }), kThreads * kRounds);
@@ -154,9 +145,4 @@ TEST (InChild, CatchingToolsOutsideAHandler)
         "Skerry::Exceptions::Description::Description", "Exceptions");
     SkerryTest::ExpectAssertion ([] { LogAndTranslateFunc ("Test", "Test", 1); },
         "assertion failed: std::current_exception ()", "Skerry::Exceptions::LogAndTranslateFunc", "Exceptions");
-}
-
-TEST (Catching, OutsideAHandlerIsAnAssertion)
-{
-    EXPECT_EQ (SkerryTest::RunInChild ("CatchingToolsOutsideAHandler").fExitCode, 0ul);
 }

@@ -1,41 +1,54 @@
-// Stack capture: what a trace keeps, through the real capture and through a stand-in for the
-// platform's capture function.
+// Stack traces: what a capture keeps, seen through a stand-in for the platform's capture function;
+// the text of a trace (names, alignment, what a failing debug-help gives); and the start-up of
+// debug-help, whose failures the next request repeats from the beginning (a child each, since
+// start-up happens once per process).
 #include <LibSkerry/Exceptions>
 #include <LibSkerry/StackTrace>
+#include <LibSkerry/CodePages>
+
+#include <Plinth/Plinth.h>
 
 #include "ChildProcess.h"
+#include "Expect.h"
 #include "Interposer.h"
+#include "Rendezvous.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <dbghelp.h>
+
 #include <cstdint>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
 
 using Skerry::StackTrace;
+using namespace Skerry::Exceptions;
 
-namespace {
+namespace Skerry {
+namespace Example {
 
-__attribute__ ((noinline)) StackTrace CaptureAtDepth (int depth)
+__attribute__ ((noinline)) Win32 ThrowFromNamedFunction ()
 {
-    if (depth > 0) {
-        StackTrace deeper = CaptureAtDepth (depth - 1);
-        asm volatile ("" ::: "memory");     // keeps the recursion a real call, not a loop
-        return deeper;
+    try {
+        ThrowWin32ErrorFunc ("Skerry::Example::ThrowFromNamedFunction", "SymbolicationTests", 1, 5);
+    } catch (const Win32 & e) {
+        return e;
     }
-    return StackTrace ();
+    return Win32 ("unreached", "", 0, 0);
 }
 
-}
-
-// Where an exception's trace starts: Symbolicate.NamesTheFramesOfTheLibraryAndTheProgram.
-TEST (StackTrace, KeepsTheInnermostSixtyFramesWithoutSpareRoom)
+// A throw as the last statement of its function: the site's return address must still lie
+// inside the function for the trace to name it.
+__attribute__ ((noinline)) void FailAtTheEnd (int code)
 {
-    StackTrace deep = CaptureAtDepth (100), shallow = CaptureAtDepth (3);
-    EXPECT_EQ (deep.size (), 60u);
-    EXPECT_EQ (deep.capacity (), deep.size ());
-    EXPECT_TRUE (! shallow.empty () && shallow.size () < 60u && shallow.capacity () == shallow.size ());
-    EXPECT_EQ (std::count (shallow.begin (), shallow.end (), nullptr), 0);      // the platform's closing null is not kept
-    EXPECT_EQ (StackTrace (shallow), shallow);
+    SKERRY_SITE ("Skerry::Example::FailAtTheEnd");
+    SKERRY_THROW_WIN32 (unsigned (code));
+}
+
+}
 }
 
 namespace {
@@ -60,6 +73,46 @@ USHORT WINAPI FakeCapture (ULONG skip, ULONG count, PVOID * frames, PULONG hash)
 
 void * Address (std::uintptr_t value) { return reinterpret_cast<void *> (value); }
 
+std::vector<std::string> Lines (const std::string & text)
+{
+    std::vector<std::string> lines;
+    std::string::size_type start = 0, end;
+    while ((end = text.find ('\n', start)) != std::string::npos) {
+        lines.push_back (text.substr (start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
+// The lines of a trace of chosen addresses.
+std::vector<std::string> LinesOf (std::vector<void *> addresses)
+{
+    StackTrace trace;
+    trace.assign (addresses.begin (), addresses.end ());
+    return Lines (trace.Symbolicate ());
+}
+
+void * InProgram () { return reinterpret_cast<void *> (&Skerry::Example::ThrowFromNamedFunction); }
+void * InLibrary () { return reinterpret_cast<void *> (&ThrowStringFunc); }
+
+StackTrace OneFrame ()
+{
+    StackTrace trace;
+    trace.assign (1, InProgram ());
+    return trace;
+}
+
+const char * const kSDK = "TolvaneApplicationSupportSDK", * kPath = "_NT_SYMBOL_PATH", * kAlternate = "_NT_ALTERNATE_SYMBOL_PATH";
+
+// Sets the variables given and removes the others that start-up reads.
+void SetVariables (const std::vector<std::pair<const char *, const char *>> & variables)
+{
+    for (const char * name : { kSDK, kPath, kAlternate })
+        ::SetEnvironmentVariableA (name, NULL);
+    for (const auto & v : variables)
+        ::SetEnvironmentVariableA (v.first, v.second);
+}
+
 }
 
 TEST (InChild, CaptureThroughStandIn)
@@ -71,24 +124,20 @@ TEST (InChild, CaptureThroughStandIn)
         sFrames.push_back (Address (i));
     StackTrace full;
     // Wine's capture leaves out one frame of its own accord, and is asked for one less.
-    HMODULE ntdll = ::GetModuleHandleW (L"ntdll");
-    bool wine = ::GetProcAddress (ntdll, "wine_get_version") != nullptr;
-    EXPECT_EQ (sSkip, wine ? 1ul : 2ul);
-    EXPECT_EQ (sCount, 60ul);
-    EXPECT_EQ (sHash, nullptr);
-    EXPECT_FALSE (sWroteSlot61);
+    bool wine = ::GetProcAddress (::GetModuleHandleW (L"ntdll"), "wine_get_version") != nullptr;
+    EXPECT_EQ (std::make_tuple (sSkip, sCount, sHash, sWroteSlot61), std::make_tuple (wine ? 1ul : 2ul, 60ul, PULONG (), false));
     EXPECT_EQ (static_cast<const std::vector<void *> &> (full), sFrames);
     EXPECT_EQ (full.capacity (), 60u);
 
     sFrames = {Address (0x401000), Address (0x402000), nullptr, nullptr};
-    EXPECT_EQ (StackTrace ().size (), 2u);
+    StackTrace shallow;
+    EXPECT_TRUE (shallow.size () == 2u && shallow.capacity () == 2u);    // no spare room
     sFrames = {nullptr, Address (0x401000)};    // only trailing nulls go
     EXPECT_EQ (StackTrace ().size (), 2u);
 
     sFrames.clear ();
     StackTrace none;
-    EXPECT_TRUE (none.empty ());
-    EXPECT_TRUE (StackTrace (none).empty ());
+    EXPECT_TRUE (none.empty () && StackTrace (none).empty ());
     EXPECT_EQ (none.Symbolicate (), "(no frames found)");
     // The capture function was looked up once, at the first trace, and Wine with it.
     EXPECT_EQ (lookup.Calls (), 2u);
@@ -96,8 +145,157 @@ TEST (InChild, CaptureThroughStandIn)
     EXPECT_STREQ (std::get<1> (lookup.CallArguments () [1]), "wine_get_version");
 }
 
-TEST (StackTrace, CaptureFunctionStandIn)
+TEST (Symbolicate, NamesAndAlignsTheFramesOfTheLibraryAndTheProgram)
 {
-    SkerryTest::ChildResult child = SkerryTest::RunInChild ("CaptureThroughStandIn");
-    EXPECT_EQ (child.fExitCode, 0ul);
+    Win32 e = Skerry::Example::ThrowFromNamedFunction ();
+    std::string text = e.Symbolicate ();
+    std::vector<std::string> lines = Lines (text);
+    ASSERT_EQ (lines.size (), e.size ()) << text;     // a line for every frame, the last one ended too
+    for (const char * part : { "LibSkerry.dll 0x", " Skerry::Exceptions::ThrowWin32ErrorFunc+0x", "ErrorModelTests.exe 0x",
+             " Skerry::Example::ThrowFromNamedFunction+0x" })
+        EXPECT_NE (text.find (part), std::string::npos) << part << " in " << text;
+    for (const std::string & line : lines)
+        EXPECT_EQ (line.find (" 0x"), lines [0].find (" 0x")) << text;
+    std::vector<std::string> frames = Lines (SkerryTest::Caught<Win32> ([] { Skerry::Example::FailAtTheEnd (5); }).Symbolicate ());
+    ASSERT_GE (frames.size (), 2u);
+    EXPECT_NE (frames [0].find (" Skerry::Exceptions::ThrowWin32ErrorFunc+0x"), std::string::npos) << frames [0];
+    EXPECT_NE (frames [1].find (" Skerry::Example::FailAtTheEnd+0x"), std::string::npos) << frames [1];
+    // Modules right-aligned to the longest of the trace; one frame: no leading blanks.
+    char expected [128];
+    std::snprintf (expected, sizeof expected, "ErrorModelTests.exe 0x%08lX Skerry::Example::ThrowFromNamedFunction+0x0",
+        static_cast<unsigned long> (reinterpret_cast<std::uintptr_t> (InProgram ())));
+    EXPECT_EQ (LinesOf ({InProgram ()}), std::vector<std::string> {expected});
+    lines = LinesOf ({InLibrary (), InProgram ()});
+    ASSERT_EQ (lines.size (), 2u);
+    EXPECT_EQ (lines [0].substr (0, 20) + "|" + lines [1].substr (0, 20), "      LibSkerry.dll |ErrorModelTests.exe ");
+}
+
+TEST (Symbolicate, ModuleRecordRefusals)
+{
+    LinesOf ({InLibrary ()});          // debug-help is up before the interposer
+    SKERRY_INTERPOSE (module, "dbghelp.dll", SymGetModuleInfo64);
+    // An older debug-help refuses the record: the module reads "OldDbgHelp" and takes part in the
+    // width like any other name.
+    module.Fail (FALSE, ERROR_INVALID_PARAMETER, 1, 1);
+    std::vector<std::string> lines = LinesOf ({InLibrary (), InLibrary (), InProgram ()});
+    ASSERT_EQ (lines.size (), 3u);
+    EXPECT_EQ (lines [0].substr (0, 20) + "|" + lines [1].substr (0, 20), "      LibSkerry.dll |         OldDbgHelp ");
+    EXPECT_EQ (LinesOf ({InLibrary (), InLibrary ()}) [0].substr (0, 14), "LibSkerry.dll ");
+    module.Fail (FALSE, ERROR_INVALID_PARAMETER);
+    EXPECT_EQ (LinesOf ({InLibrary (), InLibrary ()}) [1].substr (0, 14), "   OldDbgHelp ");
+
+    // Any other refusal loses the whole text; the lock is released on the way.
+    module.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    Win32 e ("F", "S", 1, 2);
+    e.assign ({InLibrary (), InProgram ()});
+    EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
+    module.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ (SkerryTest::Expect<Win32> ([&] { e.StackTrace::Symbolicate (); }, "SymbolicateModule", "StackTrace").fCode,
+        126ul);
+    EXPECT_EQ (Lines (e.Symbolicate ()).size (), 2u);
+    // A frame in no module at all is such a refusal.
+    e.assign ({InLibrary (), nullptr});
+    EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
+}
+
+TEST (Symbolicate, FramesWithoutSymbols)
+{
+    SKERRY_INTERPOSE (symbol, "dbghelp.dll", SymFromAddr);
+    symbol.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    std::vector<std::string> lines = LinesOf ({InLibrary (), InProgram ()});
+    ASSERT_EQ (lines.size (), 2u);
+    // Symbols are looked up from the outermost frame in.
+    EXPECT_EQ (lines [0].substr (lines [0].find (" 0x") + 12), "Skerry::Exceptions::ThrowStringFunc+0x0");
+    EXPECT_EQ (lines [1].substr (lines [1].find (" 0x") + 12), "(error 126)");
+    // A failure that leaves the last error as it was, as Wine's does, reads as error 0 rather
+    // than as whatever came before.
+    symbol.Replace ([] (HANDLE, DWORD64, PDWORD64, PSYMBOL_INFO) { return FALSE; });
+    ::SetLastError (ERROR_FILE_NOT_FOUND);
+    lines = LinesOf ({InProgram ()});
+    EXPECT_EQ (lines [0].substr (lines [0].find (" 0x") + 12), "(error 0)");
+}
+
+TEST (InChild, StartUpFailuresAreRepeated)
+{
+    // This program's directory comes first in every search path.
+    const std::string directory = Skerry::ANSIStringFromWide (SkerryTest::ProgramDirectory (), 0);
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (program, "KERNEL32.dll", GetModuleFileNameA);
+    SKERRY_INTERPOSE (variable, "KERNEL32.dll", GetEnvironmentVariableA);
+    SKERRY_INTERPOSE (initialize, "dbghelp.dll", SymInitialize);
+    SKERRY_INTERPOSE (options, "dbghelp.dll", SymSetOptions);
+    std::vector<std::string> paths;
+    bool refuse = true;
+    initialize.Replace ([&] (HANDLE process, PCSTR path, BOOL invade) {
+        paths.push_back (path);
+        EXPECT_TRUE (invade);
+        if (refuse)
+            ::SetLastError (ERROR_INVALID_PARAMETER);
+        return refuse ? FALSE : initialize.Original (process, path, invade);
+    });
+    auto expectFailure = [] (unsigned long code, const char * function) {
+        EXPECT_EQ (SkerryTest::Expect<Win32> ([] { OneFrame ().StackTrace::Symbolicate (); }, function, "StackTrace").fCode,
+            code);
+    };
+    duplicate.Fail (FALSE, ERROR_ACCESS_DENIED);
+    expectFailure (5, "Singleton::Singleton");
+    program.Fail (0, ERROR_NOT_ENOUGH_MEMORY);
+    expectFailure (8, "MySymInitialize");
+    variable.Fail (0, ERROR_ACCESS_DENIED, 1, 1);
+    expectFailure (5, "MySymInitialize");
+
+    // Each refused start-up reads the environment and assembles the search path anew.
+    std::string longValue (300, 'x');
+    const struct { std::vector<std::pair<const char *, const char *>> fVariables; std::string fPath; } cases [] = {
+        { {}, "" },
+        { { { kSDK, "C:\\SDK\\" }, { kPath, "srv*C:\\symbols" }, { kAlternate, longValue.c_str () } },
+          ";C:\\SDK\\bin\\;srv*C:\\symbols;" + longValue },
+        { { { kSDK, "" }, { kPath, "" }, { kAlternate, "" } }, "" },
+        { { { kSDK, "C:\\SDK" }, { kAlternate, "D:\\alt" } }, ";C:\\SDKbin\\;D:\\alt" },
+    };
+    for (const auto & c : cases) {
+        SetVariables (c.fVariables);
+        ::SetLastError (ERROR_FILE_NOT_FOUND);
+        expectFailure (87, "MySymInitialize");
+        EXPECT_EQ (paths.back (), directory + c.fPath);
+    }
+    // The preference comes before the variables.
+    PLStringRef key = __PLStringMakeConstantString ("TolvaneInternalSymbolServerPath");
+    PLPreferencesSetAppValue (key, __PLStringMakeConstantString ("\\\\server\\symbols"), kPLPreferencesCurrentApplication);
+    SetVariables ({ { kPath, "C:\\symbols" } });
+    refuse = false;
+    EXPECT_EQ (OneFrame ().Symbolicate ().find ("ErrorModelTests.exe"), 0u);
+    PLPreferencesSetAppValue (key, NULL, kPLPreferencesCurrentApplication);
+    EXPECT_EQ (paths.back (), directory + ";\\\\server\\symbols;C:\\symbols");
+    // Once up, it is never asked again: later changes of the environment change nothing.
+    ::SetEnvironmentVariableA (kPath, "C:\\later");
+    OneFrame ().Symbolicate ();
+
+    // Every attempt started over: a new process handle after the refused one, the path read and
+    // assembled again each time, options set only once debug-help was up.
+    EXPECT_EQ (std::make_tuple (duplicate.Calls (), program.Calls (), initialize.Calls ()), std::make_tuple (2u, 7u, 5u));
+    ASSERT_EQ (options.Calls (), 1u);
+    EXPECT_EQ (std::get<0> (options.CallArguments () [0]), 0x80000A04ul);
+}
+
+TEST (InChild, SingletonRace)
+{
+    // Both threads build an instance before either publishes: one is kept, the other is released
+    // with its process handle, and both threads get their text.
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
+    SkerryTest::Rendezvous bothBuilt (2);
+    duplicate.Replace ([&] (HANDLE p, HANDLE h, HANDLE t, LPHANDLE out, DWORD a, BOOL i, DWORD o) {
+        BOOL result = duplicate.Original (p, h, t, out, a, i, o);
+        bothBuilt.Arrive ();
+        return result;
+    });
+    std::string texts [2];
+    std::thread a ([&] { texts [0] = OneFrame ().Symbolicate (); });
+    std::thread b ([&] { texts [1] = OneFrame ().Symbolicate (); });
+    a.join ();
+    b.join ();
+    EXPECT_EQ (std::make_pair (duplicate.Calls (), close.Calls ()), std::make_pair (2u, 1u));
+    EXPECT_EQ (texts [0], texts [1]);
+    EXPECT_EQ (texts [0].find ("ErrorModelTests.exe"), 0u);
 }

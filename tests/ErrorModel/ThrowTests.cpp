@@ -1,94 +1,55 @@
-// The five Throw functions, their log lines, the site and assertion forms, and the copy rules of
-// the exception classes.
+// Throwing: the site and assertion forms, the copies of String exceptions and their failures, and
+// the per-thread throw guard: throws from handlers and from other threads go through; a nested
+// throw, or a slot that can't be written, ends the process with its fatal line. What each kind
+// logs: CatchingTests.
 #include <LibSkerry/Exceptions>
 
+#include "ChildProcess.h"
 #include "Expect.h"
 #include "Interposer.h"
-#include "JotLog.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <functional>
+#include <regex>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 using namespace Skerry::Exceptions;
-using SkerryError = Skerry::Exceptions::Skerry;
 using SkerryTest::Caught;
-
-namespace {
-
-// `e` after checking its site.
-template <typename E>
-E Site (const E & e, const char * function, const char * file, std::uint32_t line)
-{
-    EXPECT_STREQ (e.fFunction, function);
-    EXPECT_STREQ (e.fFile, file);
-    EXPECT_EQ (e.fLine, line);
-    EXPECT_FALSE (e.empty ());
-    return e;
-}
-
-}
-
-TEST (Throw, EachKindCarriesItsSiteCodeAndLogLine)
-{
-    SkerryTest::ScopedJotLog log;
-    EXPECT_EQ (Site (Caught<Win32> ([] { ThrowWin32ErrorFunc ("Site::Win32", "Here", 11, 2); }), "Site::Win32", "Here", 11).fCode, 2ul);
-    EXPECT_EQ (Site (Caught<SkerryError> ([] { ThrowSkerryErrorFunc ("Site::Skerry", "There", 22, 18); }), "Site::Skerry", "There", 22).fCode, 18ul);
-    EXPECT_EQ (Site (Caught<COM> ([] { ThrowHRESULTFunc ("Site::COM", "Shell", 33, long (0x80070057)); }), "Site::COM", "Shell", 33).fCode, long (0x80070057));
-    EXPECT_EQ (Site (Caught<Errno> ([] { ThrowErrnoFunc ("Site::Errno", "File", 44, 13); }), "Site::Errno", "File", 44).fCode, 13);
-    EXPECT_STREQ (Site (Caught<String> ([] { ThrowStringFunc ("Site::String", "Text", 55, "went wrong"); }), "Site::String", "Text", 55).fMessage, "went wrong");
-    // An error of 0 raises all the same, and a negative line keeps its bit pattern: signed in the
-    // code functions' lines, unsigned in the String line.
-    EXPECT_EQ (Caught<Win32> ([] { ThrowWin32ErrorFunc ("F", "S", -1, 0); }).fCode, 0ul);
-    EXPECT_EQ (Caught<String> ([] { ThrowStringFunc ("F", "S", -1, "m"); }).fLine, 0xFFFFFFFFu);
-
-    std::vector<SkerryTest::JotRecord> records = log.Records ();
-    ASSERT_EQ (records.size (), 7u);
-    const char * const kLines [] = {
-        "Site::Win32: throwing exception due to Win32 error 2 on line 11 of file Here",
-        "Site::Skerry: throwing exception due to Skerry error 18 on line 22 of file There",
-        "Site::COM: throwing exception due to HRESULT 0x80070057 on line 33 of file Shell",
-        "Site::Errno: throwing exception due to errno 13 on line 44 of file File",
-        "Site::String: throwing exception from line 55 of file Text: went wrong",
-        "F: throwing exception due to Win32 error 0 on line -1 of file S",
-        "F: throwing exception from line 4294967295 of file S: m" };
-    for (size_t i = 0; i < records.size (); ++i) {
-        EXPECT_EQ (records [i].fMessage, kLines [i]);
-        EXPECT_FALSE (records [i].fIdent.has_value ());
-        EXPECT_EQ (records [i].fFacility.value_or (""), "Exceptions");
-        EXPECT_EQ (records [i].fLevel, 5);
-    }
-}
+using SkerryTest::Expect;
 
 TEST (Throw, SiteAndAssertionFormsReportTheNamedSite)
 {
+    const char kFile [] = "tests/ErrorModel/ThrowTests.cpp";
     SkerryTest::ScopedJotLog log;
     std::string s = "abc";
-    int assertLine = 0, throwLine = 0;
-    String assertion = Caught<String> ([&] {
+    unsigned assertLine = 0, throwLine = 0;
+    String assertion = Expect<String> ([&] {
         SKERRY_SITE ("Skerry::Example::Check");
         assertLine = __LINE__ + 1;
         SKERRY_ASSERT (s.length ( ) == std::string::size_type (s.length ( ) + 1));
-    });
+    }, "Skerry::Example::Check", kFile);
     EXPECT_STREQ (assertion.fMessage, "assertion failed: s.length ( ) == std::string::size_type (s.length ( ) + 1)");
-    Site (assertion, "Skerry::Example::Check", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (assertLine));
-    Win32 thrown = Caught<Win32> ([&] {
+    Win32 thrown = Expect<Win32> ([&] {
         SKERRY_SITE ("ConstructKey");
         throwLine = __LINE__ + 1;
         SKERRY_THROW_WIN32 (5);
-    });
-    Site (thrown, "ConstructKey", "tests/ErrorModel/ThrowTests.cpp", std::uint32_t (throwLine));
+    }, "ConstructKey", kFile);
+    EXPECT_EQ (std::make_pair (assertion.fLine, thrown.fLine), std::make_pair (assertLine, throwLine));
+    EXPECT_FALSE (assertion.empty () || thrown.empty ());
     // A true condition costs nothing and says nothing.
     SKERRY_SITE ("Quiet");
     SKERRY_ASSERT (s.size () == 3);
     EXPECT_EQ (log.Messages (), (std::vector<std::string> { "Skerry::Example::Check: throwing exception from line "
-        + std::to_string (assertLine) + " of file tests/ErrorModel/ThrowTests.cpp: " + assertion.fMessage,
-        "ConstructKey: throwing exception due to Win32 error 5 on line " + std::to_string (throwLine)
-        + " of file tests/ErrorModel/ThrowTests.cpp" }));
+        + std::to_string (assertLine) + " of file " + kFile + ": " + assertion.fMessage,
+        "ConstructKey: throwing exception due to Win32 error 5 on line " + std::to_string (throwLine) + " of file " + kFile }));
+    for (const SkerryTest::JotRecord & record : log.Records ())
+        EXPECT_TRUE (! record.fIdent && record.fLevel == 5);
 }
 
 TEST (StringException, CopiesOwnTheirMessagesAndReleaseEachOnce)
@@ -121,14 +82,7 @@ TEST (StringException, CopiesOwnTheirMessagesAndReleaseEachOnce)
 
 TEST (StringException, DuplicationFailuresRaiseStandardExceptions)
 {
-    auto what = [] (const std::function<void ()> & raise) -> std::string {
-        try {
-            raise ();
-        } catch (const std::runtime_error & e) {
-            return e.what ();
-        }
-        return "nothing thrown";
-    };
+    auto what = [] (const std::function<void ()> & raise) { return std::string (Caught<std::runtime_error> (raise).what ()); };
     const char kNew [] = "unable to duplicate string for new String exception";
     EXPECT_EQ (what ([] { ThrowStringFunc ("F", "S", 1, nullptr); }), kNew);
     String original ("F", "S", 1, "text"), target ("G", "T", 2, "kept");
@@ -142,4 +96,112 @@ TEST (StringException, DuplicationFailuresRaiseStandardExceptions)
     EXPECT_EQ (what ([] { ThrowStringFunc ("F", "S", 1, "text"); }), kNew);
     // The guard was left by unwinding: the next throw goes through.
     EXPECT_STREQ (Caught<String> ([] { ThrowStringFunc ("F", "S", 1, "again"); }).fMessage, "again");
+}
+
+// The guard is clear before a handler runs, so a handler may throw, again and again.
+TEST (Guard, HandlersMayThrowAgain)
+{
+    for (int round = 0; round < 2; ++round)
+        EXPECT_STREQ (Caught<String> ([] {
+            try {
+                ThrowWin32ErrorFunc ("Inner", "S", 1, 5);
+            } catch (const Win32 &) {
+                ThrowStringFunc ("Handler", "S", 2, "rethrown");
+            }
+        }).fMessage, "rethrown");
+}
+
+TEST (Guard, AnotherThreadThrowsWhileThisOneIsInsideTheGuard)
+{
+    // The first thread stops right after it has entered the guard; the second throws and catches
+    // in the meantime, then the first goes on.
+    Caught<Win32> ([] { ThrowWin32ErrorFunc ("Warm", "S", 0, 0); });
+    DWORD first = ::GetCurrentThreadId ();
+    std::atomic<bool> secondCaught {false};
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Replace ([&] (DWORD index, LPVOID value) {
+        BOOL result = slot.Original (index, value);
+        if (::GetCurrentThreadId () == first && value != NULL)
+            std::thread ([&] {
+                secondCaught = std::string (Caught<String> ([] { ThrowStringFunc ("Second", "S", 2, "second"); }).fMessage) == "second";
+            }).join ();
+        return result;
+    });
+    EXPECT_STREQ (Caught<String> ([] { ThrowStringFunc ("First", "S", 1, "first"); }).fMessage, "first");
+    EXPECT_TRUE (secondCaught.load ());
+}
+
+TEST (InChild, GuardEntryFails)
+{
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Fail (FALSE, ERROR_ACCESS_DENIED);
+    ThrowWin32ErrorFunc ("Child", "Scenario", 1, 2);
+}
+
+TEST (InChild, GuardExitFails)
+{
+    SKERRY_INTERPOSE (slot, "KERNEL32.dll", TlsSetValue);
+    slot.Fail (FALSE, ERROR_INVALID_HANDLE, 1, 1);
+    ThrowHRESULTFunc ("Child", "Scenario", 1, long (0x80004005));
+}
+
+TEST (InChild, CaptureLookupFails)
+{
+    SKERRY_INTERPOSE (lookup, "KERNEL32.dll", GetProcAddress);
+    lookup.Fail (nullptr, ERROR_PROC_NOT_FOUND);
+    ThrowStringFunc ("Child", "Scenario", 1, "outer");
+}
+
+TEST (InChild, SlotAllocationFails)
+{
+    SKERRY_INTERPOSE (alloc, "KERNEL32.dll", TlsAlloc);
+    // A lasting shortage: every throw becomes the report of the failed allocation, and the
+    // reports themselves go unguarded rather than asking again without end.
+    alloc.Fail (TLS_OUT_OF_INDEXES, ERROR_NOT_ENOUGH_MEMORY, 1000);
+    for (int i = 0; i < 2; ++i) {     // function and file: the log line says them
+        Win32 e = Caught<Win32> ([] { ThrowStringFunc ("Child", "Scenario", 1, "lasting"); });
+        EXPECT_TRUE (e.fCode == 8 && ! e.empty ());
+    }
+    EXPECT_EQ (alloc.Calls (), 4u);
+    // A passing shortage: the report finds a slot and is guarded as usual; the slot stays.
+    alloc.Fail (TLS_OUT_OF_INDEXES, ERROR_NO_SYSTEM_RESOURCES, 1);
+    EXPECT_EQ (Caught<Win32> ([] { ThrowStringFunc ("Child", "Scenario", 2, "passing"); }).fCode, 1450ul);
+    EXPECT_STREQ (Caught<String> ([] { ThrowStringFunc ("Child", "Scenario", 3, "normal"); }).fMessage, "normal");
+    EXPECT_EQ (alloc.Calls (), 6u);
+}
+
+// Every scenario of this suite that runs in a child: how it ends, and for the guard's own
+// failures, the lines it logs on the way.
+TEST (ChildScenarios, EndAsExpected)
+{
+    const std::string report = "ThrowInProgress::GetThreadLocalStorageIndex: throwing exception due to Win32 error "
+        "(8|1450) on line [0-9]+ of file Exceptions";
+    const struct { const char * fScenario; unsigned long fExitCode; std::vector<std::string> fLines; } cases [] = {
+        { "GuardEntryFails", 1, { "Child: throwing exception due to Win32 error 2 on line 1 of file Scenario",
+            "Skerry::Exceptions::ThrowWin32ErrorFunc: fatal error: could not announce throw is in progress due to Win32 error 5" } },
+        { "GuardExitFails", 1, { "Child: throwing exception due to HRESULT 0x80004005 on line 1 of file Scenario",
+            "Skerry::Exceptions::ThrowHRESULTFunc: fatal error: could not announce throw is no longer in progress due to "
+            "Win32 error 6" } },
+        { "CaptureLookupFails", 1, { "Child: throwing exception from line 1 of file Scenario: outer",
+            "RtlCaptureStackBackTrace: throwing exception due to Win32 error 127 on line [0-9]+ of file StackTrace",
+            "Skerry::Exceptions::ThrowWin32ErrorFunc: fatal error: attempt to throw from "
+            "Skerry::Exceptions::ThrowWin32ErrorFunc during throw from Skerry::Exceptions::ThrowStringFunc" } },
+        // A failed slot allocation becomes a Win32 exception.
+        { "SlotAllocationFails", 0, { "Child: throwing exception from line 1 of file Scenario: lasting", report,
+            "Child: throwing exception from line 1 of file Scenario: lasting", report,
+            "Child: throwing exception from line 2 of file Scenario: passing", report,
+            "Child: throwing exception from line 3 of file Scenario: normal" } },
+        { "CatchingToolsOutsideAHandler", 0, {} }, { "CaptureThroughStandIn", 0, {} },
+        { "StartUpFailuresAreRepeated", 0, {} }, { "SingletonRace", 0, {} },
+    };
+    for (const auto & c : cases) {
+        SkerryTest::ChildResult child = SkerryTest::RunInChild (c.fScenario);
+        EXPECT_EQ (child.fExitCode, c.fExitCode) << c.fScenario;
+        if (c.fLines.empty ())
+            continue;
+        std::vector<std::string> lines = child.Messages ();
+        ASSERT_EQ (lines.size (), c.fLines.size ()) << c.fScenario << ": " << ::testing::PrintToString (lines);
+        for (size_t i = 0; i < lines.size (); ++i)
+            EXPECT_TRUE (std::regex_match (lines [i], std::regex (c.fLines [i]))) << lines [i];
+    }
 }

@@ -1,15 +1,13 @@
 // JOT.dll: the records it appends, formatting, escaping and encoding, where lines go, the
-// caller's last error, failures, and whole lines under concurrent writers; and the log reader
-// that the other suites rely on.
+// caller's last error, failures, and whole lines under concurrent writers.
+#include "ChildProcess.h"
 #include "Interposer.h"
-#include "JotLog.h"
 
 #include <jot.h>
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <winternl.h>
 
 #include <climits>
 #include <cstdio>
@@ -19,6 +17,7 @@
 #include <map>
 #include <regex>
 #include <thread>
+#include <tuple>
 
 using SkerryTest::JotRecord;
 using SkerryTest::ScopedJotLog;
@@ -27,12 +26,6 @@ using Strings = std::vector<std::string>;
 namespace {
 
 const wchar_t kVariable [] = L"JOT_LOG_FILE";
-
-std::string ReadRaw (const std::wstring & path)
-{
-    std::ifstream file (std::filesystem::path (path), std::ios::binary);
-    return std::string (std::istreambuf_iterator<char> (file), std::istreambuf_iterator<char> ());
-}
 
 std::string UtcNow ()
 {
@@ -73,7 +66,8 @@ std::string TailOf (const std::function<void ()> & write)
     ScopedJotLog log;
     std::string before = UtcNow ();
     write ();
-    std::string raw = ReadRaw (log.Path ()), after = UtcNow ();
+    std::ifstream file (std::filesystem::path (log.Path ()), std::ios::binary);
+    std::string raw ((std::istreambuf_iterator<char> (file)), std::istreambuf_iterator<char> ()), after = UtcNow ();
     std::smatch match;
     static const std::regex line (R"re(\{"time":"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)","pid":(\d+),"tid":(\d+),([^\n]*)\n)re");
     if (! std::regex_match (raw, match, line))
@@ -141,51 +135,9 @@ TEST (JotDestination, VariableIsReadAtEachOpen)
     EXPECT_EQ (first.Messages ("F"), Strings { "to first" });
 }
 
-namespace {
-
-// The debug strings raised in this process while a vectored handler listens.
-Strings sDebugStrings;
-
-LONG CALLBACK CollectDebugStrings (EXCEPTION_POINTERS * exception)
-{
-    const EXCEPTION_RECORD & record = *exception->ExceptionRecord;
-    if (record.ExceptionCode == DBG_PRINTEXCEPTION_C)
-        sDebugStrings.emplace_back (reinterpret_cast<const char *> (record.ExceptionInformation [1]));
-    return EXCEPTION_CONTINUE_SEARCH;
-}
-
-// IsDebuggerPresent answers the process block's flag; raising it is how a test poses as a
-// debugger without being one. (The block is found through ntdll rather than NtCurrentTeb, which
-// GCC 12 at -O2 mistakes for an out-of-bounds read.)
-void PoseAsDebugger (bool pose)
-{
-    PROCESS_BASIC_INFORMATION information {};
-    auto query = reinterpret_cast<decltype (&::NtQueryInformationProcess)> (
-        reinterpret_cast<void *> (::GetProcAddress (::GetModuleHandleW (L"ntdll.dll"), "NtQueryInformationProcess")));
-    ASSERT_EQ (query (::GetCurrentProcess (), ProcessBasicInformation, &information, sizeof information, NULL), 0);
-    information.PebBaseAddress->BeingDebugged = pose;
-}
-
-}
-
-TEST (JotDestination, WithoutFileToDebuggerOutputWhenDebugged)
-{
-    ASSERT_FALSE (::IsDebuggerPresent ());
-    ScopedJotLog log;
-    ::SetEnvironmentVariableW (kVariable, NULL);
-    PVOID handler = ::AddVectoredExceptionHandler (1, CollectDebugStrings);
-    LogLine ("prog", "F", 5, "not debugged");
-    ::OutputDebugStringA ("the handler sees this one");
-    PoseAsDebugger (true);
-    LogLine ("prog", "F", 5, "text %d", 1);
-    ::jot_log (NULL, NULL, 5, "text %d", 2);
-    PoseAsDebugger (false);
-    ::RemoveVectoredExceptionHandler (handler);
-    EXPECT_EQ (sDebugStrings, (Strings { "the handler sees this one", "prog: text 1", "text 2" }));
-    EXPECT_EQ (ReadRaw (log.Path ()), "");
-}
-
-TEST (JotDestination, StderrOptionAddsTheTextLine)
+// The option adds the text line on standard error; without a file, lines go to the debugger's
+// output when one is attached, and nowhere otherwise.
+TEST (JotDestination, StderrOnRequestAndDebuggerWithoutFile)
 {
     HANDLE reader, writer, original = ::GetStdHandle (STD_ERROR_HANDLE);
     ASSERT_TRUE (::CreatePipe (&reader, &writer, NULL, 0));
@@ -202,6 +154,18 @@ TEST (JotDestination, StderrOptionAddsTheTextLine)
     ::ReadFile (reader, text, sizeof text, &count, NULL);
     ::CloseHandle (reader);
     EXPECT_EQ (std::string (text, count), "a 7\n");
+
+    ::SetEnvironmentVariableW (kVariable, NULL);
+    SKERRY_INTERPOSE_IN (debugged, L"JOT.dll", "KERNEL32.dll", IsDebuggerPresent);
+    SKERRY_INTERPOSE_IN (debugOutput, L"JOT.dll", "KERNEL32.dll", OutputDebugStringA);
+    Strings debugStrings;
+    debugOutput.Replace ([&] (LPCSTR text) { debugStrings.push_back (text); });
+    debugged.Replace ([] { return TRUE; });
+    debugged.Fail (FALSE, 0);
+    LogLine ("prog", "F", 5, "not debugged");
+    LogLine ("prog", "F", 5, "text %d", 1);
+    ::jot_log (NULL, NULL, 5, "text %d", 2);
+    EXPECT_EQ (debugStrings, (Strings { "prog: text 1", "text 2" }));
     EXPECT_EQ (log.Messages ("F"), (Strings { "a 7", "b" }));
 }
 
@@ -229,7 +193,9 @@ TEST (JotLastError, EveryCallKeepsIt)
     EXPECT_EQ (log.Messages ("F"), Strings { "with client" });
 }
 
-TEST (JotFailures, AppendOnlyFileOrFailedLockStillTakesRecords)
+// Without the rights to read, without a lock, without memory: records still go where they can,
+// and no line is ever partial.
+TEST (JotFailures, AppendOnlyFileFailedLockOrNoMemory)
 {
     ScopedJotLog log;
     {
@@ -238,24 +204,18 @@ TEST (JotFailures, AppendOnlyFileOrFailedLockStillTakesRecords)
         LogLine (NULL, "F", 5, "append only");
         ASSERT_EQ (createFile.Calls (), 2u);
         auto first = createFile.CallArguments () [0], second = createFile.CallArguments () [1];
-        EXPECT_EQ (std::get<1> (first), DWORD (FILE_READ_DATA | FILE_APPEND_DATA));
-        EXPECT_EQ (std::get<2> (first), DWORD (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-        EXPECT_EQ (std::get<4> (first), DWORD (OPEN_ALWAYS));
-        EXPECT_EQ (std::get<1> (second), DWORD (FILE_APPEND_DATA));
+        EXPECT_EQ (std::make_tuple (std::get<1> (first), std::get<2> (first), std::get<4> (first), std::get<1> (second)),
+            std::make_tuple (DWORD (FILE_READ_DATA | FILE_APPEND_DATA), DWORD (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE),
+                DWORD (OPEN_ALWAYS), DWORD (FILE_APPEND_DATA)));
     }
-    SKERRY_INTERPOSE_IN (lock, L"JOT.dll", "KERNEL32.dll", LockFileEx);
-    SKERRY_INTERPOSE_IN (unlock, L"JOT.dll", "KERNEL32.dll", UnlockFileEx);
-    lock.Fail (FALSE, ERROR_NOT_SUPPORTED);
-    LogLine (NULL, "F", 5, "unlocked");
-    LogLine (NULL, "F", 5, "locked");
-    EXPECT_EQ (lock.Calls (), 2u);
-    EXPECT_EQ (unlock.Calls (), 1u);
-    EXPECT_EQ (log.Messages ("F"), (Strings { "append only", "unlocked", "locked" }));
-}
-
-TEST (JotFailures, WithoutMemoryShortLinesStillGoAndNoLineIsPartial)
-{
-    ScopedJotLog log;
+    {
+        SKERRY_INTERPOSE_IN (lock, L"JOT.dll", "KERNEL32.dll", LockFileEx);
+        SKERRY_INTERPOSE_IN (unlock, L"JOT.dll", "KERNEL32.dll", UnlockFileEx);
+        lock.Fail (FALSE, ERROR_NOT_SUPPORTED);
+        LogLine (NULL, "F", 5, "unlocked");
+        LogLine (NULL, "F", 5, "locked");
+        EXPECT_EQ (std::make_pair (lock.Calls (), unlock.Calls ()), std::make_pair (2u, 1u));
+    }
     {
         // Spelled out: decltype of the runtime's allocators would carry their attributes along.
         struct CallocTag {};
@@ -272,6 +232,7 @@ TEST (JotFailures, WithoutMemoryShortLinesStillGoAndNoLineIsPartial)
         ::jot_log (client, NULL, 5, "%s", std::string (400, '\x01').c_str ());
         EXPECT_EQ (mallocs.Calls (), 1u);
     }
+    EXPECT_EQ (log.Messages ("F"), (Strings { "append only", "unlocked", "locked" }));
     EXPECT_EQ (log.Messages (NULL), Strings { "short" });
 }
 
@@ -304,15 +265,8 @@ TEST (JotConcurrency, WritersInThreadsAndProcessesWriteWholeLines)
     std::string name = "JotTests.ready." + std::to_string (::GetCurrentProcessId ());
     HANDLE ready = ::CreateEventA (NULL, TRUE, FALSE, name.c_str ());
     ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", name.c_str ());
-    wchar_t exe [MAX_PATH];
-    ::GetModuleFileNameW (NULL, exe, MAX_PATH);
-    std::wstring command = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter=InChild.JotAppendsAlongsideParent";
-    STARTUPINFOW startup {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child {};
-    BOOL started = ::CreateProcessW (exe, &command [0], NULL, NULL, FALSE, 0, NULL, NULL, &startup, &child);
+    PROCESS_INFORMATION child = SkerryTest::StartInChild ("JotAppendsAlongsideParent");
     ::SetEnvironmentVariableA ("JOT_TEST_READY_EVENT", NULL);
-    ASSERT_TRUE (started);
     HANDLE waits [] = { ready, child.hProcess };
     EXPECT_EQ (::WaitForMultipleObjects (2, waits, FALSE, INFINITE), WAIT_OBJECT_0) << "the child ended before writing";
     std::vector<std::thread> threads;
@@ -337,32 +291,4 @@ TEST (JotConcurrency, WritersInThreadsAndProcessesWriteWholeLines)
                                                    { "thread 2", 250 }, { "thread 3", 250 } }));
     for (HANDLE handle : { child.hThread, child.hProcess, ready })
         ::CloseHandle (handle);
-}
-
-// The reader that the other suites rely on takes exactly the keys and types that jot writes.
-TEST (JotLogReader, RejectsMalformedLinesByNumber)
-{
-    const std::string good = R"({"time":"t","pid":1,"tid":2,"ident":null,"facility":null,"level":0,"message":"m"})";
-    const std::string head = good.substr (0, good.find (R"("level")"));
-    const std::pair<std::string, std::string> cases [] = {
-        { good, "no newline at the end" },
-        { head + R"("message":"m"})" "\n", "no \"level\"" },
-        { head + R"("level":0,"message":"m","level":0})" "\n", "duplicate or unknown key \"level\"" },
-        { head + R"("level":0,"message":"m","extra":1})" "\n", "duplicate or unknown key \"extra\"" },
-        { head + R"("level":2147483648,"message":"m"})" "\n", "\"level\" is not an integer in range" },
-        { head + R"("level":0,"message":null})" "\n", "\"message\" is not a string" },
-        { head + R"("level":0,"message":"m","fields":{"k":1}})" "\n", "field \"k\" is not a string" },
-        { head + "\"level\":0,\"message\":\"\xE9\"}\n", "[json.exception.parse_error" },
-    };
-    ScopedJotLog log;
-    std::string prefix = "jot log " + std::filesystem::path (log.Path ()).u8string () + ", line 2: ";
-    for (const auto & test : cases) {
-        std::ofstream (std::filesystem::path (log.Path ()), std::ios::binary | std::ios::trunc) << good + "\n" + test.first;
-        try {
-            log.Records ();
-            ADD_FAILURE () << "accepted: " << test.first;
-        } catch (const std::runtime_error & error) {
-            EXPECT_EQ (std::string (error.what ()).substr (0, prefix.size () + test.second.size ()), prefix + test.second);
-        }
-    }
 }

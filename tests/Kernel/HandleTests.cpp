@@ -1,5 +1,6 @@
-// Handle, Event, Overlapped and Mutex: ownership, the failure order of assignment, real kernel
-// objects across threads and pipes. Every test ends with the handles it found open.
+// Handle, Event, Overlapped and Mutex: ownership, the failure of every platform call and the
+// failure order of assignment, real kernel objects across threads and pipes. Every test ends with
+// the handles it found open.
 #include <LibSkerry/Utilities>
 
 #include "Expect.h"
@@ -9,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <regex>
 #include <thread>
 
@@ -19,12 +21,6 @@ using SkerryTest::ExpectAssertion;
 namespace {
 
 class Kernel : public SkerryTest::HandleLeakTest {};
-
-template <typename Raise>
-unsigned long Win32Code (Raise raise, const char * function)
-{
-    return SkerryTest::Expect<Win32> (raise, function, "Utilities").fCode;
-}
 
 Event NewEvent () { return Event (true, false); }
 
@@ -94,58 +90,6 @@ TEST_F (Kernel, HandleOwnership)
     ::CloseHandle (detached);
 }
 
-// Every failed duplicate and close raises with its code, and the target keeps the handle it had.
-TEST_F (Kernel, HandleFailures)
-{
-    Event source = NewEvent (), target = NewEvent ();
-    void * kept = target;
-    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
-    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
-    const char * assign = "Skerry::Handle::operator =";
-    duplicate.Fail (FALSE, 8, 3);
-    EXPECT_EQ (Win32Code ([&] { Event copy (source); }, "Skerry::Handle::Handle"), 8ul);
-    EXPECT_EQ (Win32Code ([&] { Handle copy (source, ::GetCurrentProcess ()); }, "Skerry::Handle::Handle"), 8ul);
-    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 8ul);
-    close.Fail (FALSE, 6);    // the target's close fails: its code, and the temporary is closed
-    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 6ul);
-    unsigned calls = 0;       // the temporary's close fails as well: its code
-    close.Replace ([&] (HANDLE h) { ::SetLastError (++calls == 1 ? 6 : (close.Original (h), 7)); return FALSE; });
-    EXPECT_EQ (Win32Code ([&] { target = source; }, assign), 7ul);
-    close.Replace (nullptr);
-    close.Fail (FALSE, 5);
-    EXPECT_EQ (Win32Code ([&] { target = NoEvent (); }, assign), 5ul);
-    EXPECT_EQ (static_cast<void *> (target), kept);
-    EXPECT_EQ (::WaitForSingleObject (kept, 0), WAIT_TIMEOUT);
-
-    close.Fail (FALSE, 6);
-    EXPECT_EQ (Win32Code ([] { Event dying = NewEvent (); }, "Skerry::Handle::~Handle"), 6ul);
-    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
-    SkerryTest::ScopedJotLog log;
-    try {
-        Event dying = NewEvent ();
-        close.Fail (FALSE, 6);
-        throw 42;
-    }
-    catch (int) {
-    }
-    ExpectUnraised (log, "Skerry::Handle::~Handle", 6);
-    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
-}
-
-TEST_F (Kernel, EventFailures)
-{
-    SKERRY_INTERPOSE (create, "KERNEL32.dll", CreateEventW);
-    SKERRY_INTERPOSE (set, "KERNEL32.dll", SetEvent);
-    SKERRY_INTERPOSE (reset, "KERNEL32.dll", ResetEvent);
-    create.Fail (nullptr, 8);
-    set.Fail (FALSE, 6);
-    reset.Fail (FALSE, 5);
-    EXPECT_EQ (Win32Code ([] { NewEvent (); }, "Skerry::Event::Event"), 8ul);
-    Event event = NewEvent ();
-    EXPECT_EQ (Win32Code ([&] { event.Set (); }, "Skerry::Event::Set"), 6ul);
-    EXPECT_EQ (Win32Code ([&] { event.Reset (); }, "Skerry::Event::Reset"), 5ul);
-}
-
 // hEvent names the object's own duplicate, in copies and after assignment too; a read on a pipe
 // is incomplete while it runs.
 TEST_F (Kernel, Overlapped)
@@ -161,14 +105,8 @@ TEST_F (Kernel, Overlapped)
     EXPECT_EQ (assigned.hEvent, static_cast<void *> (assigned));
     EXPECT_EQ (assigned.Offset + assigned.Internal, 0ul);
     EXPECT_EQ (empty.hEvent, nullptr);
-    const char * getResult = "Skerry::Overlapped::GetResult";
-    ExpectAssertion ([&] { empty.GetResult (nullptr, nullptr, true); }, "assertion failed: hEvent", getResult, "Utilities");
-    {
-        SKERRY_INTERPOSE (wait, "KERNEL32.dll", WaitForSingleObject);
-        wait.Fail (WAIT_FAILED, 6);
-        ExpectAssertion ([&] { first.GetResult (nullptr, nullptr, true); }, "assertion failed: WAIT_OBJECT_0 == wfsoResult",
-            getResult, "Utilities");
-    }
+    ExpectAssertion ([&] { empty.GetResult (nullptr, nullptr, true); }, "assertion failed: hEvent",
+        "Skerry::Overlapped::GetResult", "Utilities");
     const wchar_t name [] = L"\\\\.\\pipe\\SkerryOverlappedTest";
     HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
     HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -204,9 +142,8 @@ TEST_F (Kernel, MutexStates)
         EXPECT_FALSE (FreeElsewhere (name));
     }
     EXPECT_TRUE (FreeElsewhere (name));
-    EXPECT_EQ (release.Calls (), 3u);
     ExpectAssertion ([&] { observer.Release (); }, "assertion failed: fOwned", "Skerry::Mutex::Release", "Utilities");
-    EXPECT_EQ (release.Calls (), 3u);
+    EXPECT_EQ (release.Calls (), 3u);    // none for the assertion
     std::thread ([&] {    // ends holding the mutex: abandons it
         HANDLE h = ::CreateMutexW (nullptr, FALSE, name);
         ::WaitForSingleObject (h, INFINITE);
@@ -217,42 +154,79 @@ TEST_F (Kernel, MutexStates)
     ExpectAssertion ([&] { observer.Wait (0); }, "assertion failed: !fOwned", "Skerry::Mutex::Wait", "Utilities");
 }
 
-TEST_F (Kernel, MutexFailures)
+// Every failed platform call raises Win32 with its code from its function; an assignment that
+// fails leaves the target with the handle it had, whichever of its calls failed.
+TEST_F (Kernel, PlatformFailures)
 {
-    SKERRY_INTERPOSE (create, "KERNEL32.dll", CreateMutexW);
+    SKERRY_INTERPOSE (duplicate, "KERNEL32.dll", DuplicateHandle);
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", CloseHandle);
+    SKERRY_INTERPOSE (createEvent, "KERNEL32.dll", CreateEventW);
+    SKERRY_INTERPOSE (set, "KERNEL32.dll", SetEvent);
+    SKERRY_INTERPOSE (reset, "KERNEL32.dll", ResetEvent);
+    SKERRY_INTERPOSE (createMutex, "KERNEL32.dll", CreateMutexW);
     SKERRY_INTERPOSE (wait, "KERNEL32.dll", WaitForSingleObject);
     SKERRY_INTERPOSE (release, "KERNEL32.dll", ReleaseMutex);
-    create.Fail (nullptr, 5);
-    EXPECT_EQ (Win32Code ([] { Mutex m; }, "Skerry::Mutex::Mutex"), 5ul);
-    create.Replace ([&] (LPSECURITY_ATTRIBUTES a, BOOL owner, LPCWSTR name) {
-        HANDLE h = create.Original (a, owner, name);
-        ::SetLastError (ERROR_INVALID_PARAMETER);    // a success with an unexpected last error
+    Event source = NewEvent (), target = NewEvent ();
+    void * kept = target;
+    Mutex mutex (false);
+    unsigned calls = 0;
+    const char * assign = "Skerry::Handle::operator =";
+    const struct { std::function<void ()> fArrange, fAct; const char * fFunction; unsigned long fCode; } cases [] = {
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Event copy (source); }, "Skerry::Handle::Handle", 8 },
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Handle copy (source, ::GetCurrentProcess ()); }, "Skerry::Handle::Handle", 8 },
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { target = source; }, assign, 8 },
+        // The target's close fails: its code, and the temporary is closed.
+        { [&] { close.Fail (FALSE, 6); }, [&] { target = source; }, assign, 6 },
+        // The temporary's close fails as well: its code.
+        { [&] { close.Replace ([&] (HANDLE h) { ::SetLastError (++calls == 1 ? 6 : (close.Original (h), 7)); return FALSE; }); },
+          [&] { target = source; }, assign, 7 },
+        { [&] { close.Replace (nullptr); close.Fail (FALSE, 5); }, [&] { target = NoEvent (); }, assign, 5 },
+        { [&] { createEvent.Fail (nullptr, 8); }, [] { NewEvent (); }, "Skerry::Event::Event", 8 },
+        { [&] { set.Fail (FALSE, 6); }, [&] { target.Set (); }, "Skerry::Event::Set", 6 },
+        { [&] { reset.Fail (FALSE, 5); }, [&] { target.Reset (); }, "Skerry::Event::Reset", 5 },
+        { [&] { createMutex.Fail (nullptr, 5); }, [] { Mutex m; }, "Skerry::Mutex::Mutex", 5 },
+        { [&] { wait.Fail (WAIT_FAILED, 6); }, [&] { mutex.Wait (0); }, "Skerry::Mutex::Wait", 6 },
+        { [&] { ASSERT_TRUE (mutex.Wait (0)); release.Fail (FALSE, 288); }, [&] { mutex.Release (); }, "Skerry::Mutex::Release", 288 },
+    };
+    for (const auto & c : cases) {
+        c.fArrange ();
+        EXPECT_EQ (SkerryTest::Expect<Win32> (c.fAct, c.fFunction, "Utilities").fCode, c.fCode);
+    }
+    EXPECT_EQ (static_cast<void *> (target), kept);
+    EXPECT_EQ (::WaitForSingleObject (kept, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE (mutex.Owned ());
+
+    // A success with an unexpected last error, and wait results that can't be or mustn't be.
+    createMutex.Replace ([&] (LPSECURITY_ATTRIBUTES a, BOOL owner, LPCWSTR name) {
+        HANDLE h = createMutex.Original (a, owner, name);
+        ::SetLastError (ERROR_INVALID_PARAMETER);
         return h;
     });
     ExpectAssertion ([] { Mutex m (false); }, "assertion failed: ERROR_SUCCESS == lastError", "Skerry::Mutex::Mutex",
         "Utilities");
-    create.Replace (nullptr);
-
-    Mutex mutex (false);
-    wait.Fail (WAIT_FAILED, 6);
-    EXPECT_EQ (Win32Code ([&] { mutex.Wait (0); }, "Skerry::Mutex::Wait"), 6ul);
+    createMutex.Replace (nullptr);
+    Mutex other (false);
     wait.Fail (WAIT_IO_COMPLETION, 0);
-    ExpectAssertion ([&] { mutex.Wait (0); }, "assertion failed: WAIT_ABANDONED == wfsoResult || WAIT_OBJECT_0 == wfsoResult",
+    ExpectAssertion ([&] { other.Wait (0); }, "assertion failed: WAIT_ABANDONED == wfsoResult || WAIT_OBJECT_0 == wfsoResult",
         "Skerry::Mutex::Wait", "Utilities");
     wait.Fail (WAIT_TIMEOUT, 0);
-    EXPECT_FALSE (mutex.Wait (INFINITE) || mutex.Owned ());
-    ASSERT_TRUE (mutex.Wait (0));
-    release.Fail (FALSE, 288);
-    EXPECT_EQ (Win32Code ([&] { mutex.Release (); }, "Skerry::Mutex::Release"), 288ul);
-    EXPECT_TRUE (mutex.Owned ());
+    EXPECT_FALSE (other.Wait (INFINITE) || other.Owned ());
+    Overlapped overlapped (NewEvent ());
+    wait.Fail (WAIT_FAILED, 6);
+    ExpectAssertion ([&] { overlapped.GetResult (nullptr, nullptr, true); }, "assertion failed: WAIT_OBJECT_0 == wfsoResult",
+        "Skerry::Overlapped::GetResult", "Utilities");
 
-    SkerryTest::ScopedJotLog log;
-    release.Fail (FALSE, 288);
-    try {
-        Mutex held;
-        throw 1;
+    // Destructors raise, unless another exception is unwinding: then they log.
+    close.Fail (FALSE, 6);
+    EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Event dying = NewEvent (); }, "Skerry::Handle::~Handle", "Utilities").fCode, 6ul);
+    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
+    const struct { std::function<void ()> fArrange; const char * fFunction; unsigned long fCode; } unwinding [] = {
+        { [&] { Mutex held; release.Fail (FALSE, 288); throw 1; }, "Skerry::Mutex::~Mutex", 288 },
+        { [&] { Event dying = NewEvent (); close.Fail (FALSE, 6); throw 42; }, "Skerry::Handle::~Handle", 6 } };
+    for (const auto & u : unwinding) {
+        SkerryTest::ScopedJotLog log;
+        EXPECT_THROW (u.fArrange (), int);
+        ExpectUnraised (log, u.fFunction, u.fCode);
     }
-    catch (int) {
-    }
-    ExpectUnraised (log, "Skerry::Mutex::~Mutex", 288);
+    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
 }

@@ -1,90 +1,79 @@
-// Miscellany: the strict waits' outcome table, cancellation, file versions, UUIDs, paths and
-// environment expansion.
+// Miscellany: the strict waits' outcome table, cancellation, file versions, UUIDs, paths,
+// environment expansion, and libraries loaded once per slot whatever the threads do.
 #include <LibSkerry/Utilities>
 
+#include "ChildProcess.h"
 #include "Expect.h"
 #include "Handles.h"
 #include "Interposer.h"
+#include "Rendezvous.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
+#include <thread>
 
 namespace Misc = Skerry::Miscellany;
 using Skerry::Exceptions::String;
 using Skerry::Exceptions::Win32;
 using SkerryTest::Expect;
+using SkerryTest::ProgramDirectory;
 
 namespace {
 
 class Miscellany : public SkerryTest::HandleLeakTest {};
 
-// The directory of this test program, with its trailing separator.
-std::wstring ProgramDirectory ()
+// What a wait gave back, or what it raised and from where.
+std::string Outcome (const std::function<unsigned long ()> & wait)
 {
-    wchar_t path [MAX_PATH];
-    std::wstring program (path, ::GetModuleFileNameW (nullptr, path, MAX_PATH));
-    return program.substr (0, program.rfind (L'\\') + 1);
+    try {
+        return std::to_string (wait ());
+    } catch (const Win32 & e) {
+        return "Win32 " + std::to_string (e.fCode) + " from " + e.fFunction + " in " + e.fFile;
+    } catch (const Skerry::Exceptions::Skerry & e) {
+        return "Skerry " + std::to_string (e.fCode) + " from " + e.fFunction + " in " + e.fFile;
+    }
 }
 
 }
 
-// Every row of the outcome table, for both waits; the multiple one waits on three handles.
+// Every row of the outcome table, for both waits. The multiple one waits on three handles: its
+// second and third are beyond the single one's range.
 TEST_F (Miscellany, WaitOutcomes)
 {
-    const unsigned long kReturned = 0;    // the outcome is the platform's result itself
-    struct Row {
-        DWORD result, timeout;
-        bool allowAbandoned;
-        unsigned long win32, skerry;    // the code raised, if any
-    } const rows [] = {
-        { WAIT_FAILED, 0, true, 6, kReturned }, { WAIT_TIMEOUT, 10, false, kReturned, kReturned },
-        { WAIT_TIMEOUT, INFINITE, true, kReturned, 1 }, { WAIT_ABANDONED, 0, true, kReturned, kReturned },
-        { WAIT_ABANDONED + 2, 0, true, kReturned, kReturned }, { WAIT_ABANDONED, 0, false, kReturned, 2 },
-        { WAIT_ABANDONED + 2, 0, false, kReturned, 2 }, { WAIT_OBJECT_0, INFINITE, false, kReturned, kReturned },
-        { WAIT_OBJECT_0 + 2, 0, false, kReturned, kReturned }, { WAIT_OBJECT_0 + 3, 0, true, 1359, kReturned },
-        { WAIT_ABANDONED + 3, 0, true, 1359, kReturned }, { WAIT_IO_COMPLETION, 0, true, 1359, kReturned },
+    struct Row { DWORD result, timeout; bool allowAbandoned; const char * raised; } const rows [] = {
+        { WAIT_FAILED, 0, true, "Win32 6" }, { WAIT_TIMEOUT, 10, false, "" }, { WAIT_TIMEOUT, INFINITE, true, "Skerry 1" },
+        { WAIT_ABANDONED, 0, true, "" }, { WAIT_ABANDONED + 2, 0, true, "" }, { WAIT_ABANDONED, 0, false, "Skerry 2" },
+        { WAIT_ABANDONED + 2, 0, false, "Skerry 2" }, { WAIT_OBJECT_0, INFINITE, false, "" },
+        { WAIT_OBJECT_0 + 2, 0, false, "" }, { WAIT_OBJECT_0 + 3, 0, true, "Win32 1359" },
+        { WAIT_ABANDONED + 3, 0, true, "Win32 1359" }, { WAIT_IO_COMPLETION, 0, true, "Win32 1359" },
     };
     SKERRY_INTERPOSE (single, "KERNEL32.dll", WaitForSingleObject);
     SKERRY_INTERPOSE (multiple, "KERNEL32.dll", WaitForMultipleObjects);
     void * const handles [3] = {};
     for (const Row & row : rows)
         for (bool many : { false, true }) {
-            if (! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2))
-                continue;    // beyond one handle: a row of its own below
-            std::string trace = "result " + std::to_string (row.result) + (many ? ", multiple" : ", single");
             single.Fail (row.result, 6);
             multiple.Fail (row.result, 6);
-            auto wait = [&] {
+            std::string function = many ? "Skerry::Miscellany::WaitForMultipleObjects" : "Skerry::Miscellany::WaitForSingleObject";
+            bool beyond = ! many && (row.result == WAIT_OBJECT_0 + 2 || row.result == WAIT_ABANDONED + 2);
+            std::string raised = beyond ? "Win32 1359" : row.raised;
+            EXPECT_EQ (Outcome ([&] {
                 return many ? Misc::WaitForMultipleObjects (3, handles, row.timeout, row.allowAbandoned)
                             : Misc::WaitForSingleObject (nullptr, row.timeout, row.allowAbandoned);
-            };
-            const char * function = many ? "Skerry::Miscellany::WaitForMultipleObjects"
-                                         : "Skerry::Miscellany::WaitForSingleObject";
-            if (row.win32 != kReturned)
-                EXPECT_EQ (Expect<Win32> (wait, function, "Utilities").fCode, row.win32) << trace;
-            else if (row.skerry != kReturned)
-                EXPECT_EQ (Expect<Skerry::Exceptions::Skerry> (wait, function, "Utilities").fCode, row.skerry) << trace;
-            else
-                EXPECT_EQ (wait (), row.result) << trace;
+            }), raised.empty () ? std::to_string (row.result) : raised + " from " + function + " in Utilities");
         }
-    single.Fail (WAIT_ABANDONED + 2, 0);
-    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
-        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 1359ul);
     EXPECT_EQ (std::get<2> (multiple.CallArguments () [0]), FALSE);    // any one handle, never all
 }
 
-// Real handles: signalled, not signalled, the second of two, a bad one; cancelling a pipe read.
+// Real handles: not signalled, the second of two; cancelling a pipe read.
 TEST_F (Miscellany, RealWaitsAndCancellation)
 {
     Skerry::Event quiet (true, false), signalled (true, true);
     void * const both [2] = { quiet, signalled };
-    EXPECT_EQ (Misc::WaitForSingleObject (signalled, INFINITE, false), WAIT_OBJECT_0);
     EXPECT_EQ (Misc::WaitForSingleObject (quiet, 0, true), DWORD (WAIT_TIMEOUT));
     EXPECT_EQ (Misc::WaitForMultipleObjects (2, both, 0, false), WAIT_OBJECT_0 + 1);
-    EXPECT_EQ (Expect<Win32> ([] { Misc::WaitForSingleObject (nullptr, 0, true); },
-        "Skerry::Miscellany::WaitForSingleObject", "Utilities").fCode, 6ul);
 
     const wchar_t name [] = L"\\\\.\\pipe\\SkerryCancelTest";
     HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
@@ -113,11 +102,7 @@ TEST_F (Miscellany, GetVersion)
         wrong.dwSignature = signature, wrong.dwStrucVersion = structureVersion;
         query.Replace ([&] (LPCVOID, LPCWSTR, LPVOID * result, PUINT) { *result = &wrong; return TRUE; });
     };
-    struct {
-        const char * message;
-        const wchar_t * file;
-        std::function<void ()> arrange;
-    } const rows [] = {
+    struct { const char * message; const wchar_t * file; std::function<void ()> arrange; } const rows [] = {
         { "GetFileVersionInfoSize failed", L"KernelObjectTests.exe", [] {} },
         { "GetFileVersionInfo failed", L"VersionedLibrary.dll", [&] { info.Fail (FALSE, 0); } },
         { "VerQueryValue failed", L"VersionedLibrary.dll", [&] { query.Fail (FALSE, 0); } },
@@ -168,4 +153,54 @@ TEST_F (Miscellany, ExpandsEnvironmentReferences)
     expand.Fail (7, 0, 1, 1);    // the environment grew between the two calls
     SkerryTest::ExpectAssertion ([] { Misc::ExpandEnvironmentStringsW (L"%SKERRY_EXPANDED%"); },
         "assertion failed: actualBufferSize == requestedBufferSize", kFunction, "Utilities");
+}
+
+// A filled slot makes no call; a failed load, or a failed release of the module that lost the
+// race to another thread's, raises.
+TEST (EnsureLibrary, LoadsOnceAndFailuresRaiseWin32)
+{
+    const char kFunction [] = "Skerry::Miscellany::EnsureLibrary";
+    void * slot = nullptr;
+    HMODULE version = Misc::EnsureLibrary (L"version", slot);
+    EXPECT_TRUE (version == ::GetModuleHandleW (L"version.dll") && slot == version);
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    EXPECT_EQ (Misc::EnsureLibrary (L"version", slot), version);
+    slot = reinterpret_cast<void *> (0x12340000);
+    EXPECT_EQ (Misc::EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
+    EXPECT_EQ (load.Calls (), 0u);
+
+    slot = nullptr;
+    EXPECT_EQ (Expect<Win32> ([&] { Misc::EnsureLibrary (L"NoSuchLibrary", slot); }, kFunction, "Utilities").fCode, 126ul);
+    EXPECT_EQ (slot, nullptr);
+    HMODULE winner = ::LoadLibraryW (L"version");
+    load.Replace ([&] (LPCWSTR name) { slot = winner; return load.Original (name); });
+    release.Fail (FALSE, ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ (Expect<Win32> ([&] { Misc::EnsureLibrary (L"version", slot); }, kFunction, "Utilities").fCode, 126ul);
+    EXPECT_EQ (slot, winner);
+    EXPECT_EQ (release.Calls (), 1u);
+}
+
+TEST (EnsureLibrary, RacingThreadsShareOneModule)
+{
+    // Both threads are inside LoadLibraryW before either stores, so one of them loses the race
+    // and gives its reference back.
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
+    SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
+    SkerryTest::Rendezvous bothInside (2);
+    load.Replace ([&] (LPCWSTR name) {
+        HMODULE module = load.Original (name);
+        bothInside.Arrive ();
+        return module;
+    });
+    void * slot = nullptr;
+    HINSTANCE__ * results [2] = {};
+    std::thread a ([&] { results [0] = Misc::EnsureLibrary (L"msimg32", slot); });
+    std::thread b ([&] { results [1] = Misc::EnsureLibrary (L"msimg32", slot); });
+    a.join ();
+    b.join ();
+    EXPECT_TRUE (results [0] != nullptr && results [0] == results [1] && results [0] == slot);
+    EXPECT_EQ (load.Calls (), 2u);
+    ASSERT_EQ (release.Calls (), 1u);
+    EXPECT_EQ (std::get<0> (release.CallArguments () [0]), results [0]);
 }

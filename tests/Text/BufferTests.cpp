@@ -1,7 +1,6 @@
-// ArrayBuffer<T>, NoCopy and FormattedStringTemplate<char>: the names each form reports, which
+// ArrayBuffer<T> and FormattedStringTemplate<char>: the names each form reports, which
 // forms the DLL exports, Realloc, exact formatted sizes and the runtime's failures.
 #include <LibSkerry/ArrayBuffer>
-#include <LibSkerry/Base64>
 #include <LibSkerry/FormattedString>
 
 #include "Expect.h"
@@ -10,16 +9,10 @@
 #include <cstring>
 #include <new>
 #include <string>
-#include <type_traits>
 
 using Skerry::ArrayBuffer;
 
 namespace {
-
-template <typename... T>
-constexpr bool kUncopyable = ((! std::is_copy_constructible<T>::value && ! std::is_copy_assignable<T>::value) && ...);
-static_assert (kUncopyable<Skerry::NoCopy, ArrayBuffer<unsigned char>, ArrayBuffer<char>, ArrayBuffer<wchar_t>,
-    ArrayBuffer<unsigned short>, ArrayBuffer<void>, Skerry::Base64::Binary>);
 
 // A buffer whose pointer is cleared for its life, to reach the conversion's assertion.
 template <typename T>

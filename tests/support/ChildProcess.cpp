@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -13,6 +12,15 @@ namespace {
 
 const char kChildFlag [] = "--skerry-child";
 const char kSuite [] = "InChild";
+
+std::wstring ProgramPath ()
+{
+    wchar_t path [MAX_PATH];
+    DWORD length = ::GetModuleFileNameW (NULL, path, MAX_PATH);
+    if (length == 0 || length == MAX_PATH)
+        throw std::runtime_error ("GetModuleFileNameW failed");
+    return std::wstring (path, length);
+}
 
 }
 
@@ -39,21 +47,25 @@ bool PrepareChildFilter (int argc, char ** argv)
     return child;
 }
 
-ChildResult RunInChild (const char * testName)
+PROCESS_INFORMATION StartInChild (const char * testName)
 {
-    wchar_t exe [MAX_PATH];
-    if (::GetModuleFileNameW (NULL, exe, MAX_PATH) == 0)
-        throw std::runtime_error ("RunInChild: GetModuleFileNameW failed");
+    std::wstring exe = ProgramPath ();
     std::string test = std::string (kSuite) + "." + testName;
-    std::wstring commandLine = L"\"" + std::wstring (exe) + L"\" --skerry-child --gtest_brief=1 --gtest_filter="
+    std::wstring commandLine = L"\"" + exe + L"\" --skerry-child --gtest_brief=1 --gtest_filter="
         + std::wstring (test.begin (), test.end ());
-    ScopedJotLog log;   // the child inherits JOT_LOG_FILE
     std::fflush (stdout);
     STARTUPINFOW startup {};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process {};
-    if (! ::CreateProcessW (exe, &commandLine [0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process))
-        throw std::runtime_error ("RunInChild: CreateProcessW failed");
+    if (! ::CreateProcessW (exe.c_str (), &commandLine [0], NULL, NULL, TRUE, 0, NULL, NULL, &startup, &process))
+        throw std::runtime_error ("StartInChild: CreateProcessW failed");
+    return process;
+}
+
+ChildResult RunInChild (const char * testName)
+{
+    ScopedJotLog log;   // the child inherits JOT_LOG_FILE
+    PROCESS_INFORMATION process = StartInChild (testName);
     ::WaitForSingleObject (process.hProcess, INFINITE);
     ChildResult result;
     ::GetExitCodeProcess (process.hProcess, &result.fExitCode);
@@ -61,6 +73,12 @@ ChildResult RunInChild (const char * testName)
     ::CloseHandle (process.hProcess);
     result.fLog = log.Records ();
     return result;
+}
+
+std::wstring ProgramDirectory ()
+{
+    std::wstring program = ProgramPath ();
+    return program.substr (0, program.rfind (L'\\') + 1);
 }
 
 }

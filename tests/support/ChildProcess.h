@@ -9,6 +9,8 @@
 
 #include "JotLog.h"
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
 
@@ -24,8 +26,15 @@ struct ChildResult {
 
 ChildResult RunInChild (const char * testName);
 
+// Starts the scenario and returns at once, for a parent that works alongside it; the caller
+// closes the handles. Raises std::runtime_error when the process can't be started.
+PROCESS_INFORMATION StartInChild (const char * testName);
+
 // Called by main: true when this process is a child, after adjusting the test filter either way.
 bool PrepareChildFilter (int argc, char ** argv);
+
+// The directory of this test program, with its trailing separator.
+std::wstring ProgramDirectory ();
 
 }
 

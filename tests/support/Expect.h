@@ -24,19 +24,15 @@ E Caught (Raise raise)
     throw std::logic_error ("not thrown");
 }
 
+// The same, after checking the site it names.
 template <typename E, typename Raise>
 E Expect (Raise raise, const char * function, const char * file)
 {
-    try {
-        raise ();
-    }
-    catch (const E & e) {
-        EXPECT_STREQ (e.fFunction, function);
-        EXPECT_STREQ (e.fFile, file);
-        return e;
-    }
-    ADD_FAILURE () << "nothing of the expected kind was thrown, expected from " << function;
-    throw std::logic_error ("not thrown");
+    SCOPED_TRACE (function);
+    E e = Caught<E> (raise);
+    EXPECT_STREQ (e.fFunction, function);
+    EXPECT_STREQ (e.fFile, file);
+    return e;
 }
 
 template <typename Raise>

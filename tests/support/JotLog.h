@@ -1,6 +1,9 @@
 // Reading what a test made jot write. ScopedJotLog points JOT_LOG_FILE at a fresh temporary file
 // for its lifetime, and reads back the records of the jot clients opened meanwhile (a client reads
-// the process-wide variable when it is opened).
+// the process-wide variable when it is opened). A line that isn't a well-formed record, with
+// exactly the keys and types that jot writes (a last line without its newline included, which is
+// what a torn write would leave), raises std::runtime_error naming the file and the line number;
+// so does a file that can't be read.
 #ifndef SKERRY_TEST_JOT_LOG
 #define SKERRY_TEST_JOT_LOG
 
@@ -23,11 +26,6 @@ struct JotRecord {
     std::string fMessage;
     std::vector<std::pair<std::string, std::string>> fFields;
 };
-
-// The records of a jot log file, in file order. A line that isn't a well-formed record (including
-// a last line without its newline, which is what a torn write would leave) raises
-// std::runtime_error naming the file and the line number; so does a file that can't be read.
-std::vector<JotRecord> ReadJotLog (const std::wstring & path);
 
 class ScopedJotLog {
 public:

@@ -3,13 +3,11 @@
 other side.
 
     corpus.py make DIR     writes what plistlib makes of every corpus value into DIR (the
-                           committed tests/data/plistlib), with index.txt naming the files
+                           committed tests/data/plistlib), with index.txt naming the files:
+                           NAME.binary, NAME.xml, and NAME.wR-O.binary re-encoded here with
+                           references of R and offsets of O bytes (plistlib writes only 1, 2 and 4)
     corpus.py verify DIR   reads with plistlib every file that Plinth wrote into DIR (the native
                            test "Interop") and compares it with the corpus value its name gives
-
-Files: NAME.binary and NAME.xml as plistlib wrote them; NAME.wR-O.binary, the binary file
-re-encoded here with references of R bytes and offsets of O bytes (plistlib writes only widths 1,
-2 and 4, and reads every width).
 """
 import datetime
 import math
@@ -64,28 +62,20 @@ def corpus():
     add('array_20', list(range(20)))
     add('array_nested', [[1, [2]], 3, [[[]]]])
     add('array_shared_scalars', ['a', 'a', 1, 1, 1.0, True, True, -0.0, 0.0, b'a', 'a'])
-    add('array_deep', nest(100))
+    deep = 'bottom'
+    for i in range(100):
+        deep = [deep] if i % 2 else {'level': deep}
+    add('array_deep', deep)
     add('dict_empty', {})
     # Code-point order differs from UTF-16 order: U+FFFD (and U+FFFF) before U+1F600.
     add('dict_sorted', {'b': 1, 'a': [True, 2.5], '\ufffd': 1, '\U0001F600': 2, 'B': 3, '': 4})
     add('dict_sorted_ffff', {'\uffff': 1, '\U0001F600': 2}, 'b')
-    add('dict_every_type', every_type())
+    add('dict_every_type', {'string': 'text', 'unicode': 'Grüße 😀', 'integer': -42, 'big': 2**64 - 1,
+                            'real': 3.25, 'true': True, 'false': False, 'date': D(2024, 3, 4, 11, 43, 4),
+                            'data': b'\x00\x01\xfe\xff', 'array': [1, 'two', [3.0]], 'dict': {'x': {}}})
     add('dict_refs_2', {'k%03d' % i: 'value %d' % i for i in range(150)})
     add('dict_key_is_value', {'a': 'a', 'b': ['a', {'a': 'b'}]})
     return entries
-
-
-def nest(depth):
-    value = 'bottom'
-    for i in range(depth):
-        value = [value] if i % 2 else {'level': value}
-    return value
-
-
-def every_type():
-    return {'string': 'text', 'unicode': 'Grüße 😀', 'integer': -42, 'big': 2**64 - 1,
-            'real': 3.25, 'true': True, 'false': False, 'date': D(2024, 3, 4, 11, 43, 4),
-            'data': b'\x00\x01\xfe\xff', 'array': [1, 'two', [3.0]], 'dict': {'x': {}}}
 
 
 # Values that Plinth makes by rule (too large to commit): the test writes them, plistlib checks.
@@ -97,9 +87,7 @@ WIDTH_VARIANTS = ('dict_every_type', 'array_nested', 'string_astral')
 def equal(a, b):
     """plistlib equality, with NaN equal to NaN and the sign of zero kept."""
     if isinstance(a, float) and isinstance(b, float):
-        if math.isnan(a) or math.isnan(b):
-            return math.isnan(a) and math.isnan(b)
-        return a == b and math.copysign(1, a) == math.copysign(1, b)
+        return (math.isnan(a) and math.isnan(b)) or (a == b and math.copysign(1, a) == math.copysign(1, b))
     if type(a) is not type(b):
         return False
     if isinstance(a, list):
@@ -108,8 +96,6 @@ def equal(a, b):
         return a.keys() == b.keys() and all(equal(a[k], b[k]) for k in a)
     return a == b
 
-
-# ---- Re-encoding with other widths ------------------------------------------------------------
 
 def reencode(data, ref_width, offset_width):
     """The same objects with references of ref_width and offsets of offset_width bytes."""
@@ -135,8 +121,6 @@ def reencode(data, ref_width, offset_width):
         out += offset.to_bytes(offset_width, 'big')
     return bytes(out + struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, table_start))
 
-
-# ---- Commands ---------------------------------------------------------------------------------
 
 def make(directory):
     os.makedirs(directory, exist_ok=True)

@@ -3,11 +3,10 @@
 
     hostile.py DIR    writes the inputs into DIR (the committed tests/data/hostile) with
                       index.txt: one line per input, "FILE|OPTIONS|REASON", REASON being the start
-                      of the one-line failure that Plinth must give for it
+                      of the one-line failure that Plinth must give for it (test "Hostile")
 
-The test "Hostile" reads every input with the options given and expects null, that reason, and
-no object left alive. Inputs found by fuzzing are added to index.txt by hand, with their file
-kept as the fuzzer wrote it (fuzz-*.binary, fuzz-*.xml).
+Inputs found by fuzzing are added to index.txt by hand, with their file kept as the fuzzer wrote
+it (fuzz-*.binary, fuzz-*.xml).
 """
 import os
 import struct
@@ -156,16 +155,14 @@ def inputs():
 
 def main(directory):
     os.makedirs(directory, exist_ok=True)
+    path = os.path.join(directory, 'index.txt')
+    kept = [line for line in open(path, encoding='utf-8') if line.startswith('fuzz-')] if os.path.exists(path) else []
     index = []
     for name, reason, data, *options in inputs():
         with open(os.path.join(directory, name), 'wb') as f:
             f.write(data)
         prefix = {'binary': BINARY, 'xml': XML}.get(name.rsplit('.', 1)[1], '')
         index.append('%s|%d|%s%s\n' % (name, options[0] if options else 0, prefix, reason))
-    kept = []
-    path = os.path.join(directory, 'index.txt')
-    if os.path.exists(path):
-        kept = [line for line in open(path, encoding='utf-8') if line.startswith('fuzz-')]
     with open(path, 'w', encoding='utf-8') as f:
         f.writelines(index + kept)
 
