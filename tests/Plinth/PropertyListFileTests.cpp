@@ -139,10 +139,10 @@ TEST_F (PropertyListFiles, EveryKindRoundTripsAtEveryPath)
 TEST_F (PropertyListFiles, PlistlibFilesRead)
 {
     NoLeaks noLeaks;
-    for (const wchar_t * name : { L"dict_every_type.binary", L"dict_every_type.xml" }) {
-        PlinthDictionary read (PlinthURL ((std::filesystem::path (PLINTH_TEST_DATA) / "plistlib" / name).wstring ()));
-        EXPECT_TRUE (read.ContainsKey (PLSTR ("string")) && read.Count () > 5) << read.Count ();
-    }
+    std::filesystem::path directory = std::filesystem::path (PLINTH_TEST_DATA) / "plistlib";
+    PlinthDictionary binary (PlinthURL ((directory / "dict_every_type.binary").wstring ()));
+    PlinthMutableDictionary xml (PlinthURL ((directory / "dict_every_type.xml").wstring ()));
+    EXPECT_TRUE (binary == xml && binary.ContainsKey (PLSTR ("string")) && binary.Count () > 5) << binary.Count ();
 }
 
 TEST_F (PropertyListFiles, EveryFailureWithItsTextHoldingNothing)
