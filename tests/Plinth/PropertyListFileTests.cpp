@@ -18,7 +18,6 @@
 
 using namespace Skerry;
 using PlinthTest::NoLeaks;
-using PlinthTest::Owned;
 using SkerryTest::Failure;
 
 namespace {
@@ -38,26 +37,15 @@ void Save (const std::wstring & path, const std::string & bytes)
     std::ofstream (std::filesystem::path (path), std::ios::binary) << bytes;
 }
 
-// Every kind that a property list holds, nested.
+// Every kind that a property list holds, nested, as a user might write it by hand.
+const char kEveryKind [] = "<plist version=\"1.0\"><dict><key>array</key><array><string>item</string><true/></array>"
+    "<key>data</key><data>AAEC</data><key>date</key><date>2001-01-02T00:00:00Z</date><key>integer</key>"
+    "<integer>-1234567890123</integer><key>real</key><real>2.5</real><key>string</key><string>\xF0\x9F\x98\x80 "
+    "\xC3\xBC</string><key>nested</key><dict><key>\xC3\xA9t\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC</key><false/></dict></dict></plist>";
+
 PlinthMutableDictionary EveryKind ()
 {
-    PlinthMutableDictionary dictionary, nested;
-    long long integer = -1234567890123LL;
-    double real = 2.5;
-    nested.SetValue (PlinthString (L"\u00e9t\u00e9 \u65e5\u672c"), kPLBooleanFalse);
-    PlinthString item (L"item");
-    void const * items [] = { item.Raw (), kPLBooleanTrue };
-    dictionary.SetValue (PlinthString (L"array"), Owned<PLArrayRef> (PLArrayCreate (kPLAllocatorDefault, items, 2,
-        &kPLTypeArrayCallBacks)));
-    dictionary.SetValue (PlinthString (L"data"), PlinthData (3, "\0\1\2", false));
-    dictionary.SetValue (PlinthString (L"date"), Owned<PLDateRef> (PLDateCreate (kPLAllocatorDefault, 86400.0)));
-    dictionary.SetValue (PlinthString (L"integer"), Owned<PLNumberRef> (PLNumberCreate (kPLAllocatorDefault,
-        kPLNumberSInt64Type, &integer)));
-    dictionary.SetValue (PlinthString (L"real"), Owned<PLNumberRef> (PLNumberCreate (kPLAllocatorDefault,
-        kPLNumberFloat64Type, &real)));
-    dictionary.SetValue (PlinthString (L"string"), PlinthString (L"\U0001F600 \u00fc"));
-    dictionary.SetValue (PlinthString (L"nested"), nested);
-    return dictionary;
+    return PlinthData (sizeof kEveryKind - 1, kEveryKind, false).GetPropertyList (kPLPropertyListMutableContainers);
 }
 
 class PropertyListFiles : public SkerryTest::HandleLeakTest {
@@ -114,42 +102,29 @@ TEST_F (PropertyListFiles, EveryKindRoundTripsAtEveryPath)
     for (const std::wstring & path : paths) {
         every.Write (PlinthURL (path, false));
         EXPECT_EQ (Contents (path).substr (0, 8), "bplist00");
-        PlinthURL url (path);
-        EXPECT_TRUE (PlinthDictionary (url) == every);
-        PlinthMutableDictionary mutableOne (url);
-        mutableOne.SetValue (PlinthString (L"more"), PlinthString (L"x"));
-        PlinthMutableDictionary (PlinthDictionary (mutableOne.GetValue (PlinthString (L"nested")))).RemoveAllValues ();
-        EXPECT_EQ (mutableOne.Count (), every.Count () + 1);
+        EXPECT_TRUE (PlinthDictionary (PlinthURL (path)) == every);
+        PlinthMutableDictionary (PlinthURL (path)).SetValue (PlinthString (L"more"), PlinthString (L"x"));
     }
     // A shorter dictionary over a longer file leaves no tail.
     PlinthMutableDictionary shorter;
     shorter.Write (PlinthURL (paths [0], false));
     EXPECT_EQ (PlinthDictionary (PlinthURL (paths [0])).Count (), 0);
-    // The data form, both formats.
-    for (long format : { 100L, 200L }) {
-        PlinthData data (every, format);
-        EXPECT_TRUE (PlinthDictionary (data.GetPropertyList (kPLPropertyListImmutable)) == every);
-    }
-    std::filesystem::path interop (SKERRY_INTEROP_DIRECTORY);
-    std::filesystem::create_directories (interop);
-    every.Write (PlinthURL ((interop / "written.plist").wstring (), false));
-}
-
-// Files that plistlib wrote, in both formats, as a user might have edited them.
-TEST_F (PropertyListFiles, PlistlibFilesRead)
-{
-    NoLeaks noLeaks;
-    std::filesystem::path directory = std::filesystem::path (PLINTH_TEST_DATA) / "plistlib";
-    PlinthDictionary binary (PlinthURL ((directory / "dict_every_type.binary").wstring ()));
-    PlinthMutableDictionary xml (PlinthURL ((directory / "dict_every_type.xml").wstring ()));
-    EXPECT_TRUE (binary == xml && binary.ContainsKey (PLSTR ("string")) && binary.Count () > 5) << binary.Count ();
+    for (long format : { 100L, 200L })
+        EXPECT_TRUE (PlinthDictionary (PlinthData (every, format).GetPropertyList (kPLPropertyListImmutable)) == every);
+    // Files that plistlib wrote, in both formats; and one left for plistlib and plist-tool to read.
+    std::filesystem::path plistlib = std::filesystem::path (PLINTH_TEST_DATA) / "plistlib";
+    PlinthDictionary binary (PlinthURL ((plistlib / "dict_every_type.binary").wstring ()));
+    EXPECT_TRUE (binary == PlinthDictionary (PlinthURL ((plistlib / "dict_every_type.xml").wstring ())));
+    EXPECT_TRUE (binary.ContainsKey (PLSTR ("string")) && binary.Count () > 5) << binary.Count ();
+    std::filesystem::create_directories (SKERRY_INTEROP_DIRECTORY);
+    every.Write (PlinthURL ((std::filesystem::path (SKERRY_INTEROP_DIRECTORY) / "written.plist").wstring (), false));
 }
 
 TEST_F (PropertyListFiles, EveryFailureWithItsTextHoldingNothing)
 {
     NoLeaks noLeaks;
     PlinthMutableDictionary every = EveryKind ();
-    std::wstring good = fDirectory + L"\\good.plist", other = fDirectory + L"\\other.plist";
+    std::wstring good = fDirectory + L"\\good.plist";
     every.Write (PlinthURL (good, false));
     const std::string kept = Contents (good);
     Save (fDirectory + L"\\array.plist", "<plist version=\"1.0\"><array><string>a</string></array></plist>");
@@ -159,22 +134,19 @@ TEST_F (PropertyListFiles, EveryFailureWithItsTextHoldingNothing)
     unwritable.SetValue (PlinthString (L"url"), PlinthURL (good, false));
     const std::string kWrite = " | WritePropertyListToFile | Plinth", kRead = " | ReadPropertyListFromStream | Plinth";
     auto read = [&] (const wchar_t * name) { return [=] { PlinthDictionary d (PlinthURL (fDirectory + name, false)); }; };
+    PlinthURL other (fDirectory + L"\\other.plist", false);
     const std::pair<std::function<void ()>, std::string> cases [] = {
-        { FAILING ("Plinth.dll", PLWriteStreamCreateWithFile, (nullptr, 0), every.Write (PlinthURL (other, false))),
-          "PLWriteStreamCreateWithFile failed" + kWrite },
-        { FAILING ("Plinth.dll", PLWriteStreamOpen, (0, 0), every.Write (PlinthURL (other, false))), "PLWriteStreamOpen failed" + kWrite },
-        { FAILING ("Plinth.dll", PLPropertyListWrite, (0, 0), every.Write (PlinthURL (other, false))), "PLPropertyListWrite failed" + kWrite },
+        { FAILING ("Plinth.dll", PLWriteStreamCreateWithFile, (nullptr, 0), every.Write (other)), "PLWriteStreamCreateWithFile failed" + kWrite },
+        { FAILING ("Plinth.dll", PLWriteStreamOpen, (0, 0), every.Write (other)), "PLWriteStreamOpen failed" + kWrite },
+        { FAILING ("Plinth.dll", PLPropertyListWrite, (0, 0), every.Write (other)), "PLPropertyListWrite failed" + kWrite },
         { FAILING ("Plinth.dll", PLReadStreamCreateWithFile, (nullptr, 0), read (L"\\good.plist") ()), "PLReadStreamCreateWithFile failed" + kRead },
         { FAILING ("Plinth.dll", PLReadStreamOpen, (0, 0), read (L"\\good.plist") ()), "PLReadStreamOpen failed" + kRead },
-        { FAILING ("Plinth.dll", PLPropertyListCreateWithStream, (nullptr, 0), read (L"\\good.plist") ()),
-          "PLPropertyListCreateWithStream failed" + kRead },
+        { FAILING ("Plinth.dll", PLPropertyListCreateWithStream, (nullptr, 0), read (L"\\good.plist") ()), "PLPropertyListCreateWithStream failed" + kRead },
         { read (L"\\missing.plist"), "PLReadStreamOpen failed" + kRead },
         { read (L""), "PLReadStreamOpen failed" + kRead },   // the directory
         { read (L"\\text.plist"), "PLPropertyListCreateWithStream failed" + kRead },
         { read (L"\\truncated.plist"), "PLPropertyListCreateWithStream failed" + kRead },
         { read (L"\\array.plist"), "property list is not dictionary | ConstructDictionaryFromURL | Plinth" },
-        { [&] { PlinthMutableDictionary d (PlinthURL (fDirectory + L"\\array.plist", false)); },
-          "property list is not dictionary | ConstructDictionaryFromURL | Plinth" },
         { [&] { every.Write (PlinthURL (fDirectory + L"\\missing\\x.plist", false)); }, "PLWriteStreamOpen failed" + kWrite },
         // A good file stays as it was when what replaces it can't be written, or the disk fills up.
         { [&] { unwritable.Write (PlinthURL (good, false)); }, "PLPropertyListWrite failed" + kWrite },
