@@ -84,12 +84,13 @@ TEST (PlinthURL, EveryFormOfPathAndEveryFailure)
     }
     std::filesystem::path temporary = std::filesystem::temp_directory_path ();
     EXPECT_TRUE (PLURLHasDirectoryPath (PlinthURL (temporary.wstring ()).Raw ()));
-    EXPECT_EQ (Failure ([&] { PlinthURL url ((temporary / L"missing.plist").wstring ()); }),
-        "file system object does not exist | ConstructURL | Plinth");
-    EXPECT_EQ (Failure ([&] { PlinthURL url ((temporary / L"missing\\x.plist").wstring ()); }),
-        "Win32 3 | Skerry::Miscellany::FileSystemObjectExists | Utilities");
-    EXPECT_EQ (Failure ([&] { PlinthURL url (L"", false); }), "PLURLCreateWithFileSystemPath failed | ConstructURL | Plinth");
-    EXPECT_EQ (Failure (FAILING ("Plinth.dll", PLStringCreateWithCharacters, (nullptr, 0), PlinthURL url (L"x", false))), kNull);
+    const std::pair<std::function<void ()>, std::string> failures [] = {
+        { [&] { PlinthURL url ((temporary / L"missing.plist").wstring ()); }, "file system object does not exist | ConstructURL | Plinth" },
+        { [&] { PlinthURL url ((temporary / L"missing\\x").wstring ()); }, "Win32 3 | Skerry::Miscellany::FileSystemObjectExists | Utilities" },
+        { [&] { PlinthURL url (L"", false); }, "PLURLCreateWithFileSystemPath failed | ConstructURL | Plinth" },
+        { FAILING ("Plinth.dll", PLStringCreateWithCharacters, (nullptr, 0), PlinthURL url (L"x", false)), kNull } };
+    for (const auto & c : failures)
+        EXPECT_EQ (Failure (c.first), c.second);
 }
 
 // What is written reads back equal, whatever the path; the file is Plinth's binary format.
@@ -105,9 +106,7 @@ TEST_F (PropertyListFiles, EveryKindRoundTripsAtEveryPath)
         EXPECT_TRUE (PlinthDictionary (PlinthURL (path)) == every);
         PlinthMutableDictionary (PlinthURL (path)).SetValue (PlinthString (L"more"), PlinthString (L"x"));
     }
-    // A shorter dictionary over a longer file leaves no tail.
-    PlinthMutableDictionary shorter;
-    shorter.Write (PlinthURL (paths [0], false));
+    PlinthMutableDictionary ().Write (PlinthURL (paths [0], false));   // shorter: no tail of the longer file
     EXPECT_EQ (PlinthDictionary (PlinthURL (paths [0])).Count (), 0);
     for (long format : { 100L, 200L })
         EXPECT_TRUE (PlinthDictionary (PlinthData (every, format).GetPropertyList (kPLPropertyListImmutable)) == every);
