@@ -1,10 +1,12 @@
 // The counted-reference wrappers of Plinth objects: the reference rules that all of them share,
 // and the members that aren't inline: the creations of strings and dictionaries, the conversions
-// between Plinth strings and code pages, the case-insensitive key callbacks and the snapshot.
+// between Plinth strings and code pages, the case-insensitive key callbacks and the snapshot; file
+// URLs, and property lists in files and in data.
 
 #include <LibSkerry/ArrayBuffer>
 #include <LibSkerry/CodePages>
 #include <LibSkerry/Plinth>
+#include <LibSkerry/Utilities>
 
 #include <windows.h>
 
@@ -519,6 +521,133 @@ PlinthDictionaryPairs::PlinthDictionaryPairs (PlinthDictionary const & dictionar
         PlinthObject value (values [index], true);
         fPairs.emplace_back (key, value);
     }
+}
+
+namespace {
+
+// The string goes whatever Plinth made of it: the URL holds its own copy of the path.
+__PLURL const * ConstructURL (std::wstring const & path, bool isDirectory)
+{
+    SKERRY_SITE ("ConstructURL");
+    PLStringRef string = PlinthString (path).Detach ();
+    PLURLRef url = PLURLCreateWithFileSystemPath (kPLAllocatorDefault, string, kPLURLWindowsPathStyle, isDirectory);
+    PLRelease (string);
+    if (url == NULL)
+        SKERRY_THROW_STRING ("PLURLCreateWithFileSystemPath failed");
+    return url;
+}
+
+// A failure of the file system to answer (a missing directory on the way, a denied access) is its
+// own, and passes through: only a path that is cleanly absent is "does not exist".
+__PLURL const * ConstructURL (std::wstring const & path)
+{
+    SKERRY_SITE ("ConstructURL");
+    bool isDirectory = false;
+    if (! Miscellany::FileSystemObjectExists (path, &isDirectory))
+        SKERRY_THROW_STRING ("file system object does not exist");
+    return ConstructURL (path, isDirectory);
+}
+
+// The stream is opened on the URL itself. Plinth's write stream replaces the file whole when it
+// is released, and only when nothing failed: a property list that can't be written leaves the
+// file that was there as it was.
+void WritePropertyListToFile (void const * propertyList, __PLURL const * url)
+{
+    SKERRY_SITE ("WritePropertyListToFile");
+    PLWriteStreamRef stream = PLWriteStreamCreateWithFile (kPLAllocatorDefault, url);
+    if (stream == NULL)
+        SKERRY_THROW_STRING ("PLWriteStreamCreateWithFile failed");
+    if (! PLWriteStreamOpen (stream)) {
+        PLRelease (stream);
+        SKERRY_THROW_STRING ("PLWriteStreamOpen failed");
+    }
+    if (PLPropertyListWrite (propertyList, stream, kPLPropertyListBinaryFormat, 0, NULL) == 0) {
+        PLRelease (stream);
+        SKERRY_THROW_STRING ("PLPropertyListWrite failed");
+    }
+    PLRelease (stream);
+}
+
+// Whatever format the file is in, binary or XML: Plinth tells them apart.
+void const * ReadPropertyListFromStream (__PLURL const * url, unsigned long options)
+{
+    SKERRY_SITE ("ReadPropertyListFromStream");
+    PLReadStreamRef stream = PLReadStreamCreateWithFile (kPLAllocatorDefault, url);
+    if (stream == NULL)
+        SKERRY_THROW_STRING ("PLReadStreamCreateWithFile failed");
+    if (! PLReadStreamOpen (stream)) {
+        PLRelease (stream);
+        SKERRY_THROW_STRING ("PLReadStreamOpen failed");
+    }
+    void const * propertyList = PLPropertyListCreateWithStream (kPLAllocatorDefault, stream, 0, options, NULL, NULL);
+    PLRelease (stream);
+    if (propertyList == NULL)
+        SKERRY_THROW_STRING ("PLPropertyListCreateWithStream failed");
+    return propertyList;
+}
+
+__PLDictionary * ConstructDictionaryFromURL (__PLURL const * url, unsigned long options)
+{
+    SKERRY_SITE ("ConstructDictionaryFromURL");
+    void const * propertyList = ReadPropertyListFromStream (url, options);
+    if (PLGetTypeID (propertyList) != PLDictionaryGetTypeID ()) {
+        PLRelease (propertyList);
+        SKERRY_THROW_STRING ("property list is not dictionary");
+    }
+    return static_cast<__PLDictionary *> (const_cast<void *> (propertyList));
+}
+
+}
+
+PlinthURL::PlinthURL (__PLURL const * url, bool retain)
+    : PlinthType (url, retain)
+{
+}
+
+PlinthURL::PlinthURL (std::wstring const & path, bool isDirectory)
+    : PlinthType (ConstructURL (path, isDirectory), false)
+{
+}
+
+PlinthURL::PlinthURL (std::wstring const & path)
+    : PlinthType (ConstructURL (path), false)
+{
+}
+
+PlinthURL::PlinthURL (PlinthURL const & that)
+    : PlinthType (that)
+{
+}
+
+PlinthURL & PlinthURL::operator = (PlinthURL const & that)
+{
+    PlinthType::operator = (that);
+    return *this;
+}
+
+PlinthURL::~PlinthURL ()
+{
+}
+
+void PlinthDictionary::Write (PlinthURL const & url) const
+{
+    WritePropertyListToFile (fObject, url.Raw ());
+}
+
+PlinthDictionary::PlinthDictionary (PlinthURL const & url)
+    : PlinthType (ConstructDictionaryFromURL (url.Raw (), kPLPropertyListImmutable), false)
+{
+}
+
+PlinthMutableDictionary::PlinthMutableDictionary (PlinthURL const & url)
+    : PlinthDictionary (ConstructDictionaryFromURL (url.Raw (), kPLPropertyListMutableContainers), false)
+{
+}
+
+PlinthData::PlinthData (PlinthObject const & propertyList, long format)
+    : PlinthType (PLPropertyListCreateData (kPLAllocatorDefault, propertyList.fObject, PLPropertyListFormat (format), 0,
+          NULL), false)
+{
 }
 
 }

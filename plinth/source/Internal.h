@@ -215,6 +215,10 @@ private:
     SpinLock & fLock;
 };
 
+// Marks an open write stream failed, so that closing it leaves the file as it was: a writer that
+// gives up part-way (a property list that can't be encoded) says so here.
+void FailWriteStream (PLWriteStreamRef stream);
+
 }
 
 #endif

@@ -254,8 +254,10 @@ PLIndex PLPropertyListWrite (PLTypeRef propertyList, PLWriteStreamRef stream, PL
     PLOptionFlags options, PLStringRef * errorString)
 {
     ByteWriter out;
-    if (! Encode (out, propertyList, format, options, errorString))
+    if (! Encode (out, propertyList, format, options, errorString)) {
+        FailWriteStream (stream);
         return 0;
+    }
     if (out.Size () > std::size_t (INT32_MAX)
         || PLWriteStreamWrite (stream, out.Bytes (), PLIndex (out.Size ())) != PLIndex (out.Size ())) {
         if (errorString != nullptr)

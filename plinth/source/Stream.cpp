@@ -1,7 +1,8 @@
-// Read and write streams on files. A stream keeps its URL from creation; opening makes the file
-// (a write stream creates or empties it, on the URL itself: no temporary file); the last release,
-// or Close, closes it. A failed read or write leaves the stream failed, and a failed or closed
-// stream does nothing more.
+// Read and write streams on files. A stream keeps its URL from creation; opening opens the file;
+// the last release, or Close, closes it. A write stream writes a sibling of the file and, when it
+// is closed without a failure, puts it in the file's place whole (FileAccess.h): a failed write
+// stream leaves the file that was there as it was. A failed read or write leaves the stream
+// failed, and a failed or closed stream does nothing more.
 #include "FileAccess.h"
 
 using namespace Plinth;
@@ -19,7 +20,7 @@ struct Stream : Object {
 void Close (Stream * stream)
 {
     if (stream->fFile != nullptr)
-        PlatformCloseFile (stream->fFile);
+        PlatformCloseFile (stream->fFile, stream->fState == State::kOpen);
     stream->fFile = nullptr;
     stream->fState = State::kClosed;
 }
@@ -70,6 +71,13 @@ bool Open (Stream * stream, bool forWriting)
 
 Stream * AsStream (void const * object, PLTypeID type) { return As<Stream> (object, type); }
 
+}
+
+void Plinth::FailWriteStream (PLWriteStreamRef stream)
+{
+    Stream * s = AsStream (stream, kWriteStreamType);
+    if (s != nullptr && s->fState == State::kOpen)
+        s->fState = State::kFailed;
 }
 
 extern "C" {

@@ -4,6 +4,7 @@
 #include <LibSkerry/CodePages>
 #include <LibSkerry/Plinth>
 
+#include "Expect.h"
 #include "Interposer.h"
 #include "JotLog.h"
 #include "PlinthTest.h"
@@ -17,26 +18,9 @@
 
 using namespace Skerry;
 using PlinthTest::NoLeaks;
+using SkerryTest::Failure;
 
 namespace {
-
-// A failure in one line: the message or the kind and code, the function, the source name.
-std::string Failure (const std::function<void ()> & raise)
-{
-    try {
-        raise ();
-    }
-    catch (const Exceptions::String & e) {
-        return std::string (e.fMessage) + " | " + e.fFunction + " | " + e.fFile;
-    }
-    catch (const Exceptions::Skerry & e) {
-        return "Skerry " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
-    }
-    catch (const Exceptions::Win32 & e) {
-        return "Win32 " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
-    }
-    return "nothing thrown";
-}
 
 const std::string kNull = "Skerry 3 | Skerry::PlinthObject::PlinthObject | Plinth";
 

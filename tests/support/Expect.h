@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
+#include <string>
 
 namespace SkerryTest {
 
@@ -39,6 +41,25 @@ template <typename Raise>
 void ExpectAssertion (Raise raise, const char * message, const char * function, const char * file)
 {
     EXPECT_STREQ (Expect<Skerry::Exceptions::String> (raise, function, file).fMessage, message);
+}
+
+// A failure in one line, for tables of cases: the message or the kind and code, the function, the
+// source name ("Skerry 3 | Skerry::PlinthObject::PlinthObject | Plinth").
+inline std::string Failure (const std::function<void ()> & raise)
+{
+    try {
+        raise ();
+    }
+    catch (const Skerry::Exceptions::String & e) {
+        return std::string (e.fMessage) + " | " + e.fFunction + " | " + e.fFile;
+    }
+    catch (const Skerry::Exceptions::Skerry & e) {
+        return "Skerry " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
+    }
+    catch (const Skerry::Exceptions::Win32 & e) {
+        return "Win32 " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
+    }
+    return "nothing thrown";
 }
 
 }

@@ -405,8 +405,12 @@ PL_EXPORT PLArrayRef PLPreferencesCopyKeyList (PLStringRef applicationID);
 /* ---- Streams ---------------------------------------------------------------------------------*/
 
 /* A stream on a file: created on a URL, opened once, closed by PLReadStreamClose or
- * PLWriteStreamClose or by the last PLRelease. Opening a write stream creates the file or empties
- * it. A stream that failed, or was closed, reads and writes nothing more. */
+ * PLWriteStreamClose or by the last PLRelease. A write stream writes a new file beside its file
+ * and, when it is closed without a failure, moves it into the file's place whole: a shorter file
+ * over a longer one leaves no tail, and a stream that failed (a write that failed, a property
+ * list that couldn't be written) leaves the file that was there as it was. Opening a write stream
+ * fails on a directory, a read-only file and a path in a missing directory. A device or a pipe is
+ * written in place. A stream that failed, or was closed, reads and writes nothing more. */
 /* NOLINTBEGIN(bugprone-reserved-identifier): the interface's own names of its opaque kinds */
 typedef struct __PLReadStream __PLReadStream;
 typedef struct __PLWriteStream __PLWriteStream;
