@@ -1,7 +1,8 @@
 // The main job: a program that uses LibSkerry the way an application does. It makes a real
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
 // then it waits on kernel objects the strict way, reads its DLL's version, takes text through
-// Base64 and two code pages and back, and keeps settings in the registry.
+// Base64 and two code pages and back, keeps settings in a property-list file and in the
+// registry.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -9,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+
+#include "PropertyListFileDemo.h"
 
 namespace Demo {
 
@@ -181,6 +184,10 @@ int main ()
 
     std::printf ("\nKernel objects ...\n");
     ShowKernelObjects ();
+
+    std::printf ("\nA dictionary in a property-list file ...\n");
+    if (! Demo::ShowPropertyListFile ())
+        return 1;
 
     std::printf ("\nTaking text through code pages and Base64 ...\n");
     try {
