@@ -1,6 +1,8 @@
 // regplist's registry side: a key tree read into a Tree and written back through Registry::Key.
 #include "Tree.h"
 
+#include <utility>
+
 namespace RegPlist {
 
 using Skerry::Registry::Key;
@@ -15,6 +17,46 @@ std::wstring ValuePlace (const std::wstring & key, const std::wstring & name)
     return key + L", value \"" + name + L"\"";
 }
 
+HKEY Raw (const Key & key)
+{
+    return static_cast<HKEY> (static_cast<void *> (key));
+}
+
+// Every value of `key` with its type and size, the key's unnamed default value included: the
+// library's enumeration keeps an empty name for the end of the list and refuses one met before
+// it, so the tool walks the values itself.
+std::vector<std::pair<Value, unsigned long>> ListValues (const Key & key)
+{
+    SKERRY_SITE ("RegPlist::ListValues");
+    std::vector<wchar_t> name (16384);
+    std::vector<std::pair<Value, unsigned long>> values;
+    for (DWORD index = 0;; ++index) {
+        DWORD length = DWORD (name.size ()), type = REG_NONE, size = 0;
+        LONG error = ::RegEnumValueW (Raw (key), index, name.data (), &length, nullptr, &type, nullptr, &size);
+        if (error == ERROR_NO_MORE_ITEMS)
+            return values;
+        if (error != ERROR_SUCCESS)
+            SKERRY_THROW_WIN32 (error);
+        values.push_back ({ Value { std::wstring (name.data (), length), type, std::string () }, size });
+    }
+}
+
+// A named value through the library's raw read; the unnamed one, which the library doesn't read,
+// straight from the platform, with the same answers.
+unsigned long Query (const Key & key, Value & value, unsigned long * read)
+{
+    if (! value.fName.empty ())
+        return key.GetValue (value.fName.c_str (), value.fBytes.data (), read, &value.fType);
+    SKERRY_SITE ("RegPlist::Query");
+    DWORD type = REG_NONE, size = *read;
+    LONG error = ::RegQueryValueExW (Raw (key), nullptr, nullptr, &type, reinterpret_cast<BYTE *> (value.fBytes.data ()), &size);
+    if (error != ERROR_SUCCESS && error != ERROR_FILE_NOT_FOUND && error != ERROR_MORE_DATA)
+        SKERRY_THROW_WIN32 (error);
+    value.fType = type;
+    *read = size;
+    return static_cast<unsigned long> (error);
+}
+
 // The bytes of the value `name`, which the enumeration saw with `size` bytes; false when it has
 // been deleted since. A value that grew meanwhile is read again at its new size.
 bool ReadBytes (const Key & key, unsigned long size, Value & value)
@@ -22,7 +64,7 @@ bool ReadBytes (const Key & key, unsigned long size, Value & value)
     for (;;) {
         value.fBytes.assign (size, '\0');
         unsigned long read = size;
-        unsigned long error = key.GetValue (value.fName.c_str (), value.fBytes.data (), &read, &value.fType);
+        unsigned long error = Query (key, value, &read);
         if (error == ERROR_FILE_NOT_FOUND)
             return false;
         // ERROR_MORE_DATA with the whole value in hand: a REG_SZ without terminator, which the raw
@@ -41,14 +83,10 @@ Tree ReadTree (const Key & key, std::wstring & where)
 {
     const std::wstring path = where;
     Tree tree;
-    for (unsigned long index = 0;; ++index) {
-        Value value;
-        unsigned long size = 0;
-        value.fName = key.EnumerateValues (index, &value.fType, &size);
-        if (value.fName.empty ())
-            break;
+    for (auto & listed : ListValues (key)) {
+        Value & value = listed.first;
         where = ValuePlace (path, value.fName);
-        if (ReadBytes (key, size, value))
+        if (ReadBytes (key, listed.second, value))
             tree.fValues.push_back (std::move (value));
         where = path;
     }
