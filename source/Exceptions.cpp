@@ -26,16 +26,21 @@ const int kLogLevel = 5;
 
 }
 
-// One line to the facility "Exceptions": a client of its own per line, nothing held between
-// lines, and nothing that jot answers is looked at.
+// One line: a client of its own per line, nothing held between lines, and nothing that jot
+// answers is looked at.
+void Skerry::Exceptions::LogLineTo (char const * facility, char const * format, va_list arguments)
+{
+    jot_client * client = ::jot_open (NULL, facility, 0);
+    ::jot_vlog (client, NULL, kLogLevel, format, arguments);
+    ::jot_close (client);
+}
+
 void Skerry::Exceptions::LogFunc (char const * format, ...)
 {
-    jot_client * client = ::jot_open (NULL, "Exceptions", 0);
     va_list arguments;
     va_start (arguments, format);
-    ::jot_vlog (client, NULL, kLogLevel, format, arguments);
+    LogLineTo ("Exceptions", format, arguments);
     va_end (arguments);
-    ::jot_close (client);
 }
 
 namespace {
