@@ -66,9 +66,9 @@ int main ()
     options.fOperationsPerBatch = 1;
     SkerryBench::Header ("DynamicPointerArray<int>: 100,000 insertions, a full walk and the release, per job");
     std::pair<double, double> platform = SkerryBench::AlternatingMedians (Typed, RawPlatform, options);
-    SkerryBench::Report ("typed array vs DPA_InsertPtr + DPA_GetPtr", platform.first, platform.second, 1.5);
+    SkerryBench::Report ("typed array vs DPA_InsertPtr + DPA_GetPtr", platform.first, platform.second, 1.2);
     std::pair<double, double> vector = SkerryBench::AlternatingMedians (Typed, Vector, options);
-    SkerryBench::Report ("typed array vs std::vector<int *>", vector.first, vector.second, 2.0);
+    SkerryBench::Report ("typed array vs std::vector<int *>", vector.first, vector.second, 1.5);
     std::pair<double, double> noise = SkerryBench::AlternatingMedians (RawPlatform, RawPlatform, options);
     SkerryBench::Breakdown ("noise floor: the raw job against itself", noise.first, noise.second);
     return sSum == 0;
