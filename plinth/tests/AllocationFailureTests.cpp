@@ -263,6 +263,7 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
             return PLTypeRef (kPLBooleanTrue);
         }, [&] { return PLPreferencesCopyAppValue (PLSTR ("changed"), fresh); },
         [&] {
+            PLPreferencesSetAppValue (PLSTR ("changed"), nullptr, fresh);   // no copy stays pending
             PLRelease (fresh);
             fresh = PLStringCreateWithFormat (nullptr, nullptr, PLSTR ("PlinthAllocation%d"), ++names);
         },
@@ -285,7 +286,6 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
         for (bool failAfter : { false, true })
             Sweep (operation, failAfter);
     PLPreferencesSetAppValue (PLSTR ("changed"), nullptr, fresh);
-    PLPreferencesAppSynchronize (fresh);
     PLRelease (fresh);
     PLRelease (mutableArray);
     PLRelease (mutableDictionary);
