@@ -15,11 +15,11 @@
 #include "ByteReader.h"
 #include "PropertyList.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <string_view>
-#include <algorithm>
 
 using namespace Plinth;
 
