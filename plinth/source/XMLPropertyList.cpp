@@ -945,8 +945,9 @@ PLTypeRef XMLReader::Container (Tag const & tag, int depth)
     std::size_t count = fStackCount - first;
     void const ** items = fStack + first;
     fStackCount = first;
+    // (An empty first container has no stack yet: no pointer past it is formed.)
     PLTypeRef result = dictionary
-        ? PLTypeRef (AdoptDictionary (fOptions.fAllocator, items, items + 1, PLIndex (count / 2),
+        ? PLTypeRef (AdoptDictionary (fOptions.fAllocator, items, count > 0 ? items + 1 : items, PLIndex (count / 2),
             fOptions.fMutableContainers, 2))
         : PLTypeRef (AdoptArray (fOptions.fAllocator, items, PLIndex (count), fOptions.fMutableContainers));
     return result != nullptr ? result : FailValue ("out of memory");
