@@ -102,7 +102,7 @@ package:
 .PHONY: native
 native: setup
 	@cmake -S plinth -B $(NATIVE) >/dev/null
-	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthTests plist-tool
+	@env -u MAKEFLAGS -u MAKELEVEL -u MFLAGS cmake --build $(NATIVE) -j $(JOBS) --target PlinthTests PlinthAllocationTests plist-tool
 	@cd $(NATIVE) && ctest --output-on-failure
 
 clean:

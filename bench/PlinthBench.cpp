@@ -1,12 +1,17 @@
 // Plinth's dictionary and string comparison against the standard library, on a million entries
 // with string keys: filling the table, looking up keys that are equal to the stored ones but other
 // objects, and the same with a key made for each lookup; then a case-insensitive comparison
-// against a case-sensitive one. Built natively (make bench, make native's tree) and for Wine.
+// against a case-sensitive one; and how long a thread waits to read a preference while another
+// synchronises a large store. Built natively (make bench, make native's tree) and for Wine.
 #include <Plinth/Plinth.h>
 
 #include "Harness.h"
 
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -35,6 +40,71 @@ double PerInsertion (Fill fill)
         rounds.push_back (fill () / double (kEntries));
     std::sort (rounds.begin (), rounds.end ());
     return rounds [rounds.size () / 2];
+}
+
+void SetVariable (char const * name, char const * value)
+{
+#ifdef _WIN32
+    ::SetEnvironmentVariableA (name, value);
+#else
+    value == nullptr ? unsetenv (name) : setenv (name, value, 1);
+#endif
+}
+
+// One thread reads a pending preference (the symbol path, say) while another synchronises a store
+// of 20,000 values of another application, over and over: each read, timed alone, against the
+// same read with nothing else running, and the slowest against one synchronisation. A reader that
+// waited on the other thread's file work would take as long as a synchronisation.
+void PreferencesWhileSynchronizing ()
+{
+    std::filesystem::path directory = std::filesystem::temp_directory_path () / "PlinthBenchPreferences";
+    std::filesystem::create_directories (directory);
+    SetVariable ("PLINTH_PREFERENCES_DIRECTORY", directory.string ().c_str ());
+    PLStringRef large = PLSTR ("PlinthBenchLarge"), reader = PLSTR ("PlinthBenchReader"), key = PLSTR ("SymbolPath");
+    for (int i = 0; i < 20000; ++i) {
+        PLStringRef name = MakeString (Key (std::size_t (i)));
+        PLPreferencesSetAppValue (name, name, large);
+        PLRelease (name);
+    }
+    PLPreferencesAppSynchronize (large);
+    PLPreferencesSetAppValue (key, PLSTR ("srv*C:\\Symbols"), reader);
+    auto reads = [&] (std::atomic<int> const & until, int count) {
+        std::vector<double> times;
+        while (until.load () < count) {
+            double start = SkerryBench::Now ();
+            PLRelease (PLPreferencesCopyAppValue (key, reader));
+            times.push_back (SkerryBench::Now () - start);
+        }
+        return times;
+    };
+    std::atomic<int> done (0);
+    std::atomic<double> synchronizing (0);
+    std::thread writer ([&] {
+        for (int i = 0; i < 10; ++i) {
+            PLPreferencesSetAppValue (PLSTR ("Tick"), i % 2 == 0 ? kPLBooleanTrue : kPLBooleanFalse, large);
+            double start = SkerryBench::Now ();
+            PLPreferencesAppSynchronize (large);
+            synchronizing = synchronizing + (SkerryBench::Now () - start);
+            ++done;
+        }
+    });
+    std::vector<double> busy = reads (done, 10);
+    writer.join ();
+    std::vector<double> idle;
+    for (std::size_t i = 0; i < busy.size (); ++i) {
+        double start = SkerryBench::Now ();
+        PLRelease (PLPreferencesCopyAppValue (key, reader));
+        idle.push_back (SkerryBench::Now () - start);
+    }
+    SkerryBench::Header ("Plinth preferences: a read of a pending value while another thread synchronises 20,000 values");
+    SkerryBench::Report ("read, median, against the same read alone", SkerryBench::MedianOf (busy),
+        SkerryBench::MedianOf (idle), 3.0);
+    SkerryBench::Report ("slowest read, against one synchronisation", *std::max_element (busy.begin (), busy.end ()),
+        synchronizing / 10, 0.5);
+    PLPreferencesSetAppValue (key, nullptr, reader);
+    SetVariable ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
+    std::error_code ignored;
+    std::filesystem::remove_all (directory, ignored);
 }
 
 }
@@ -119,6 +189,7 @@ int main ()
     double standard = SkerryBench::Median ([&] { order += a.compare (b) == 0; }, options);
     SkerryBench::Breakdown ("case-sensitive vs std::u16string::compare", sensitive, standard);
 
+    PreferencesWhileSynchronizing ();
     std::printf ("(%zu found, %d)\n", found, order);
     PLRelease (d);
     PLRelease (upper);

@@ -345,20 +345,35 @@ bool AddMember (__PLSet * s, void const * value)
 namespace Plinth {
 
 PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
-    bool isMutable)
+    bool isMutable, PLIndex step)
 {
     __PLDictionary * d = MakeDictionary (allocator, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks,
         isMutable, count);
     for (PLIndex i = 0; i < count; ++i)
-        if (d == nullptr || ! Store (d, keys [i], values [i], true)) {
+        if (d == nullptr || ! Store (d, keys [i * step], values [i * step], true)) {
             for (PLIndex rest = d == nullptr ? i : i + 1; rest < count; ++rest) {
-                PLRelease (keys [rest]);
-                PLRelease (values [rest]);
+                PLRelease (keys [rest * step]);
+                PLRelease (values [rest * step]);
             }
             PLRelease (d);
             return nullptr;
         }
     return d;
+}
+
+void ApplyToEntries (PLDictionaryRef dictionary, void (*apply) (void const * key, void const * value, void * context),
+    void * context)
+{
+    __PLDictionary const * d = AsDictionary (dictionary);
+    for (uint32_t i = 0; d != nullptr && i < d->fTable.Capacity (); ++i)
+        if (d->fTable.At (i).fKey != nullptr)
+            apply (d->fTable.At (i).fKey, d->fTable.At (i).fValue, context);
+}
+
+bool SetDictionaryValue (PLMutableDictionaryRef dictionary, void const * key, void const * value)
+{
+    __PLDictionary * d = AsDictionary (dictionary);
+    return d != nullptr && d->fMutable && Store (d, key, value);
 }
 
 }
@@ -475,9 +490,7 @@ void PLDictionaryGetKeysAndValues (PLDictionaryRef dictionary, void const ** key
 
 void PLDictionarySetValue (PLMutableDictionaryRef dictionary, void const * key, void const * value)
 {
-    __PLDictionary * d = AsDictionary (dictionary);
-    if (d != nullptr && d->fMutable)
-        Store (d, key, value);
+    SetDictionaryValue (dictionary, key, value);
 }
 
 void PLDictionaryAddValue (PLMutableDictionaryRef dictionary, void const * key, void const * value)

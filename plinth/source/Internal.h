@@ -109,10 +109,19 @@ std::size_t CallBacksCopySize (CallBacks const * given, CallBacks const & standa
 }
 
 // Containers of the standard callbacks that take over one reference to each element instead of
-// retaining it, for readers that made the elements; on failure they release the elements.
+// retaining it, for readers that made the elements; on failure they release the elements. Both
+// make their room for all `count` elements at once, so that none is lost to a table that can't
+// grow. The keys and values of a dictionary are `step` apart: 1 for keys and values in two runs,
+// 2 for keys and values taken in turn.
 PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable);
 PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
-    bool isMutable);
+    bool isMutable, PLIndex step = 1);
+// PLDictionarySetValue that says whether it stored: false, with the dictionary as it was, when
+// memory ran out (or the dictionary isn't a mutable one).
+bool SetDictionaryValue (PLMutableDictionaryRef dictionary, void const * key, void const * value);
+// Calls `apply` with each entry of `dictionary`, which it must not change, and allocates nothing.
+void ApplyToEntries (PLDictionaryRef dictionary, void (*apply) (void const * key, void const * value, void * context),
+    void * context);
 
 // The deallocator a no-copy object keeps: null (never free) for the null allocator.
 inline PLAllocatorRef KeptDeallocator (PLAllocatorRef deallocator)
@@ -185,18 +194,26 @@ CivilTime CivilFromSeconds (int64_t seconds);
 bool IsKnownEncoding (PLStringEncoding encoding);
 
 // The platform: executable name, where preferences live, whole-file reads and replacing writes,
-// and a pause for spinning threads.
+// a pause for spinning threads and the lock that orders writers of preferences.
 PLStringRef PlatformCopyExecutableName ();
 PLStringRef PlatformCopyPreferencesDirectory ();
-// Null when the file doesn't exist or can't be read.
-PLDataRef PlatformCopyFileContents (PLStringRef path);
+// The whole file in `contents`, which is null when the file doesn't exist; false when it exists but
+// can't be read whole (memory running out included), so that a failed read is never taken for an
+// empty store.
+bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents);
 // Creates missing directories, writes a temporary file beside `path` and moves it over `path`.
 bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents);
 void PlatformYield ();
 PLUniChar PlatformPathSeparator ();
+// A lock that blocks (a mutex, a slim reader/writer lock), held by a preferences synchronisation
+// across its read, merge and replace of the file, and taken by nothing else: two threads'
+// synchronisations follow one another while readers and setters never wait on the disk.
+void PlatformLockWriters ();
+void PlatformUnlockWriters ();
 
-// A lock for the little process-wide state (interned constants, preferences): a spin lock,
-// because it is held only for short, allocation-bounded work and needs no platform object.
+// A lock for the little process-wide state (interned constants, pending preferences): a spin lock,
+// because it is held only for short work bounded by memory (lookups, a copy of the pending changes,
+// never a file) and needs no platform object.
 class SpinLock {
 public:
     void Lock ();

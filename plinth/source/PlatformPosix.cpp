@@ -1,11 +1,12 @@
 // The platform part on POSIX systems (the native build, where the portable core is tested):
 // the executable's name from /proc/self/exe, preferences under PLINTH_PREFERENCES_DIRECTORY or
-// $HOME/.config/Plinth/Preferences, files through stdio and rename.
+// $HOME/.config/Plinth/Preferences, files through stdio and rename, the writers' lock a mutex.
 #include "Internal.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,6 +35,13 @@ namespace Plinth {
 PLUniChar PlatformPathSeparator () { return '/'; }
 
 void PlatformYield () { sched_yield (); }
+
+namespace {
+pthread_mutex_t sWriters = PTHREAD_MUTEX_INITIALIZER;
+}
+
+void PlatformLockWriters () { pthread_mutex_lock (&sWriters); }
+void PlatformUnlockWriters () { pthread_mutex_unlock (&sWriters); }
 
 PLStringRef PlatformCopyExecutableName ()
 {
@@ -68,25 +76,33 @@ PLStringRef PlatformCopyPreferencesDirectory ()
     return path.CreateString (kPLAllocatorDefault);
 }
 
-PLDataRef PlatformCopyFileContents (PLStringRef path)
+bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents)
 {
+    contents = nullptr;
     char * native = CopyNativePath (path);
-    std::FILE * file = native == nullptr ? nullptr : std::fopen (native, "rb");
+    if (native == nullptr)
+        return false;
+    std::FILE * file = std::fopen (native, "rb");
     std::free (native);
     if (file == nullptr)
-        return nullptr;
+        return errno == ENOENT || errno == ENOTDIR;
     PLMutableDataRef data = PLDataCreateMutable (kPLAllocatorDefault, 0);
+    bool failed = data == nullptr;
     uint8_t buffer [65536];
     std::size_t got;
-    while ((got = std::fread (buffer, 1, sizeof buffer, file)) > 0)
+    while (! failed && (got = std::fread (buffer, 1, sizeof buffer, file)) > 0) {
+        PLIndex had = PLDataGetLength (data);
         PLDataAppendBytes (data, buffer, PLIndex (got));
-    bool failed = std::ferror (file) != 0;
+        failed = PLDataGetLength (data) != had + PLIndex (got);
+    }
+    failed = std::ferror (file) != 0 || failed;
     std::fclose (file);
     if (failed) {
         PLRelease (data);
-        return nullptr;
+        return false;
     }
-    return data;
+    contents = data;
+    return true;
 }
 
 bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents)

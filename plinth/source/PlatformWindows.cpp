@@ -45,6 +45,15 @@ PLUniChar PlatformPathSeparator () { return '\\'; }
 
 void PlatformYield () { ::SwitchToThread (); }
 
+// A slim reader/writer lock taken exclusively: it needs no setup nor cleanup, so that a static one
+// serves the whole process.
+namespace {
+SRWLOCK sWriters = SRWLOCK_INIT;
+}
+
+void PlatformLockWriters () { ::AcquireSRWLockExclusive (&sWriters); }
+void PlatformUnlockWriters () { ::ReleaseSRWLockExclusive (&sWriters); }
+
 PLStringRef PlatformCopyExecutableName ()
 {
     wchar_t path [32768];
@@ -77,19 +86,22 @@ PLStringRef PlatformCopyPreferencesDirectory ()
     return path.CreateString (kPLAllocatorDefault);
 }
 
-PLDataRef PlatformCopyFileContents (PLStringRef path)
+bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents)
 {
+    contents = nullptr;
     wchar_t * name = CopyTerminated (path);
     if (name == nullptr)
-        return nullptr;
+        return false;
     HANDLE file = ::CreateFileW (name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
         FILE_ATTRIBUTE_NORMAL, nullptr);
     std::free (name);
-    if (file == INVALID_HANDLE_VALUE)
-        return nullptr;
+    if (file == INVALID_HANDLE_VALUE) {
+        DWORD error = ::GetLastError ();
+        return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    }
     PLMutableDataRef data = PLDataCreateMutable (kPLAllocatorDefault, 0);
-    bool failed = false;
-    for (;;) {
+    bool failed = data == nullptr;
+    while (! failed) {
         uint8_t buffer [65536];
         DWORD got = 0;
         if (! ::ReadFile (file, buffer, sizeof buffer, &got, nullptr)) {
@@ -98,14 +110,17 @@ PLDataRef PlatformCopyFileContents (PLStringRef path)
         }
         if (got == 0)
             break;
+        PLIndex had = PLDataGetLength (data);
         PLDataAppendBytes (data, buffer, PLIndex (got));
+        failed = PLDataGetLength (data) != had + PLIndex (got);
     }
     ::CloseHandle (file);
     if (failed) {
         PLRelease (data);
-        return nullptr;
+        return false;
     }
-    return data;
+    contents = data;
+    return true;
 }
 
 bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents)

@@ -5,6 +5,18 @@
 // changes, so that after a synchronisation no object stays held.
 //
 // The file is a binary property list whose top object is a dictionary with string keys.
+//
+// Every step can fail for want of memory, and each failure leaves things as they were: a value
+// that can't be kept pending isn't set, and a synchronisation that can't read, merge or replace
+// the file gives false and keeps every change pending. A pending value is an immutable copy of
+// the value given, so that what the caller changes later, and what another thread is given by
+// PLPreferencesCopyAppValue, is never the caller's own object.
+//
+// Locks: the spin lock guards the pending changes and is held only for lookups, a copy of the
+// changes and their removal, never across a file; the platform's blocking writers' lock orders
+// synchronisations, each of which copies the changes, then reads, merges and replaces the file
+// outside the spin lock, and then forgets the changes it wrote. A reader or a setter never waits
+// on the disk.
 #include "PropertyList.h"
 
 #include <cstdlib>
@@ -13,21 +25,21 @@ using namespace Plinth;
 
 namespace {
 
-struct Pending {
-    PLMutableDictionaryRef fChanges;   // key -> new value
-    PLMutableSetRef fRemovals;         // keys to remove
-};
-
 SpinLock sLock;
-// Application name -> Pending *, both made on first use and kept for the life of the process.
+// Application name -> its pending changes: key -> an immutable copy of the new value, or
+// kRemoved. Made on first use and kept for the life of the process.
 PLMutableDictionaryRef sPending = nullptr;
+
+// What waits for a key whose removal is pending: an allocator, which no preference can hold.
+void const * Removed () { return kPLAllocatorNull; }
 
 // Process-wide bookkeeping is immortal, so that it doesn't count among the caller's live objects.
 template <typename T>
 T * Immortal (T * object)
 {
-    if (object != nullptr) {
-        reinterpret_cast<Object *> (object)->fRetainCount = kImmortal;
+    Object * header = const_cast<Object *> (reinterpret_cast<Object const *> (object));
+    if (header != nullptr && header->fRetainCount != kImmortal) {
+        header->fRetainCount = kImmortal;
         UncountObject ();
     }
     return object;
@@ -71,15 +83,14 @@ PLStringRef CopyFilePath (PLStringRef directory, PLStringRef name)
     return path.CreateString (kPLAllocatorDefault);
 }
 
-// The values stored for `name`: an empty dictionary when there is no file, an empty one or no
-// directory; null when the file exists but isn't a property list with a dictionary on top.
-PLMutableDictionaryRef CopyStoredValues (PLStringRef name)
+// The values stored in the file at `path`: an empty dictionary when there is no file or an empty
+// one; null when the file exists but can't be read whole or isn't a property list with a
+// dictionary on top, and when memory runs out.
+PLMutableDictionaryRef CopyStoredValues (PLStringRef path)
 {
-    PLStringRef directory = CopyDirectory ();
-    PLStringRef path = directory == nullptr ? nullptr : CopyFilePath (directory, name);
-    PLDataRef contents = path == nullptr ? nullptr : PlatformCopyFileContents (path);
-    PLRelease (path);
-    PLRelease (directory);
+    PLDataRef contents = nullptr;
+    if (path == nullptr || ! PlatformCopyFileContents (path, contents))
+        return nullptr;
     if (contents == nullptr || PLDataGetLength (contents) == 0) {
         PLRelease (contents);
         return PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks,
@@ -97,6 +108,16 @@ PLMutableDictionaryRef CopyStoredValues (PLStringRef name)
     return values;
 }
 
+PLMutableDictionaryRef CopyStoredValuesOf (PLStringRef name)
+{
+    PLStringRef directory = CopyDirectory ();
+    PLStringRef path = directory == nullptr ? nullptr : CopyFilePath (directory, name);
+    PLMutableDictionaryRef values = CopyStoredValues (path);
+    PLRelease (path);
+    PLRelease (directory);
+    return values;
+}
+
 // The file's contents for `values`, or null when something in them has no property-list form.
 PLDataRef CreateFileContents (PLTypeRef values)
 {
@@ -107,40 +128,107 @@ PLDataRef CreateFileContents (PLTypeRef values)
     return PLDataCreate (kPLAllocatorDefault, out.Bytes (), PLIndex (out.Size ()));
 }
 
-// What a preference may hold: what a property list can carry.
-bool CanBeStored (PLTypeRef value)
+// An immutable deep copy of what a preference may hold (what a property list can carry), made by
+// writing it in the stored form and reading that back; null for anything else.
+PLTypeRef CopyStorable (PLTypeRef value)
 {
-    PLDataRef contents = CreateFileContents (value);
-    PLRelease (contents);
-    return contents != nullptr;
+    ByteWriter out;
+    ParseFailure failure;
+    if (! WriteBinaryPropertyList (out, value, BinaryWidths (), failure) || out.Failed ())
+        return nullptr;
+    return ReadBinaryPropertyList (out.Bytes (), out.Size (), ReadOptions {kPLAllocatorDefault, false, false}, failure);
 }
 
-Pending * FindPending (PLStringRef name, bool create)
+// The pending changes of `name`, made when asked and missing: all of it or, when memory runs out,
+// nothing. The spin lock is held.
+PLMutableDictionaryRef FindChanges (PLStringRef name, bool create)
 {
-    if (sPending == nullptr) {
-        if (! create)
-            return nullptr;
-        sPending = Immortal (PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks, nullptr));
-        if (sPending == nullptr)
-            return nullptr;
-    }
-    Pending * pending = static_cast<Pending *> (const_cast<void *> (PLDictionaryGetValue (sPending, name)));
-    if (pending != nullptr || ! create)
-        return pending;
-    pending = static_cast<Pending *> (std::calloc (1, sizeof (Pending)));
-    if (pending == nullptr)
+    if (sPending == nullptr && create)
+        sPending = Immortal (PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks,
+            &kPLTypeDictionaryValueCallBacks));
+    if (sPending == nullptr)
         return nullptr;
-    pending->fChanges = Immortal (PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks,
-        &kPLTypeDictionaryValueCallBacks));
-    pending->fRemovals = Immortal (PLSetCreateMutable (kPLAllocatorDefault, 0, &kPLTypeSetCallBacks));
-    if (pending->fChanges == nullptr || pending->fRemovals == nullptr) {
-        std::free (pending);   // the immortal halves stay: there is no way to free them, nor need
+    PLMutableDictionaryRef changes = static_cast<PLMutableDictionaryRef> (
+        const_cast<void *> (PLDictionaryGetValue (sPending, name)));
+    if (changes != nullptr || ! create)
+        return changes;
+    changes = PLDictionaryCreateMutable (kPLAllocatorDefault, 1, &kPLTypeDictionaryKeyCallBacks,
+        &kPLTypeDictionaryValueCallBacks);
+    PLStringRef key = PLStringCreateCopy (kPLAllocatorDefault, name);
+    bool kept = changes != nullptr && key != nullptr && SetDictionaryValue (sPending, key, changes);
+    if (! kept) {
+        PLRelease (key);
+        PLRelease (changes);
         return nullptr;
     }
-    PLDictionarySetValue (sPending, Immortal (const_cast<__PLString *> (PLStringCreateCopy (kPLAllocatorDefault, name))),
-        pending);
-    return pending;
+    Immortal (key);
+    return Immortal (changes);
 }
+
+// A copy of the pending changes of `name`: null when there are none, false when memory ran out.
+bool CopyChanges (PLStringRef name, PLDictionaryRef & copy)
+{
+    Locked locked (sLock);
+    PLMutableDictionaryRef changes = FindChanges (name, false);
+    copy = PLDictionaryGetCount (changes) > 0 ? PLDictionaryCreateCopy (kPLAllocatorDefault, changes) : nullptr;
+    return copy != nullptr || PLDictionaryGetCount (changes) == 0;
+}
+
+struct Merge {
+    PLMutableDictionaryRef fValues;
+    bool fDone;
+};
+
+void MergeChange (void const * key, void const * value, void * context)
+{
+    Merge & merge = *static_cast<Merge *> (context);
+    if (value == Removed ())
+        PLDictionaryRemoveValue (merge.fValues, key);
+    else
+        merge.fDone = SetDictionaryValue (merge.fValues, key, value) && merge.fDone;
+}
+
+// Applies `changes` to `values`; false when memory ran out part-way.
+bool MergeChanges (PLMutableDictionaryRef values, PLDictionaryRef changes)
+{
+    Merge merge { values, values != nullptr };
+    if (merge.fDone)
+        ApplyToEntries (changes, MergeChange, &merge);
+    return merge.fDone;
+}
+
+// Drops from the pending changes those that `written` holds and that weren't set again since: each
+// setting pends a copy of its own, so the same object means the same setting. Allocates nothing.
+void ForgetChange (void const * key, void const * value, void * context)
+{
+    PLMutableDictionaryRef changes = static_cast<PLMutableDictionaryRef> (context);
+    if (PLDictionaryGetValue (changes, key) == value)
+        PLDictionaryRemoveValue (changes, key);
+}
+
+// Reads the file of `name`, applies `changes` and replaces the file; false, with the file as it
+// was, when any step fails.
+bool WriteChanges (PLStringRef name, PLDictionaryRef changes)
+{
+    PLStringRef directory = CopyDirectory ();
+    PLStringRef path = directory == nullptr ? nullptr : CopyFilePath (directory, name);
+    PLMutableDictionaryRef values = CopyStoredValues (path);
+    PLDataRef contents = MergeChanges (values, changes) ? CreateFileContents (values) : nullptr;
+    bool done = contents != nullptr && PlatformReplaceFile (directory, path, contents);
+    PLRelease (contents);
+    PLRelease (values);
+    PLRelease (path);
+    PLRelease (directory);
+    return done;
+}
+
+class WritersLocked {
+public:
+    WritersLocked () { PlatformLockWriters (); }
+    ~WritersLocked () { PlatformUnlockWriters (); }
+    WritersLocked (WritersLocked const &) = delete;
+    WritersLocked & operator = (WritersLocked const &) = delete;
+};
 
 }
 
@@ -155,21 +243,14 @@ PLTypeRef PLPreferencesCopyAppValue (PLStringRef key, PLStringRef applicationID)
     PLStringRef name = CopyApplicationName (applicationID);
     if (name == nullptr)
         return nullptr;
-    PLTypeRef value = nullptr;
-    bool decided = false;
+    void const * pending = nullptr;
     {
         Locked locked (sLock);
-        if (Pending * pending = FindPending (name, false)) {
-            if (PLSetContainsValue (pending->fRemovals, key))
-                decided = true;
-            else if (void const * changed = PLDictionaryGetValue (pending->fChanges, key)) {
-                value = PLRetain (changed);
-                decided = true;
-            }
-        }
+        pending = PLRetain (PLDictionaryGetValue (FindChanges (name, false), key));
     }
-    if (! decided) {
-        PLMutableDictionaryRef stored = CopyStoredValues (name);
+    PLTypeRef value = pending == Removed () ? nullptr : pending;
+    if (pending == nullptr) {
+        PLMutableDictionaryRef stored = CopyStoredValuesOf (name);
         value = PLRetain (PLDictionaryGetValue (stored, key));
         PLRelease (stored);
     }
@@ -179,28 +260,16 @@ PLTypeRef PLPreferencesCopyAppValue (PLStringRef key, PLStringRef applicationID)
 
 void PLPreferencesSetAppValue (PLStringRef key, PLTypeRef value, PLStringRef applicationID)
 {
-    if (! IsKind (key, kStringType) || (value != nullptr && ! CanBeStored (value)))
+    if (! IsKind (key, kStringType))
         return;
-    PLStringRef name = CopyApplicationName (applicationID);
-    if (name == nullptr)
-        return;
-    {
+    PLTypeRef copy = value == nullptr ? nullptr : CopyStorable (value);
+    PLStringRef name = copy != nullptr || value == nullptr ? CopyApplicationName (applicationID) : nullptr;
+    if (name != nullptr) {
         Locked locked (sLock);
-        // NOLINTBEGIN(clang-analyzer-unix.Malloc): FindPending keeps a new record in sPending for good; the
-        // analyser takes a pointer handed on as a dictionary's void const * value for one that stays here
-        if (Pending * pending = FindPending (name, true)) {
-            if (value == nullptr) {
-                PLDictionaryRemoveValue (pending->fChanges, key);
-                PLSetAddValue (pending->fRemovals, key);
-            }
-            else {
-                PLSetRemoveValue (pending->fRemovals, key);
-                PLDictionarySetValue (pending->fChanges, key, value);
-            }
-        }
-        // NOLINTEND(clang-analyzer-unix.Malloc)
+        SetDictionaryValue (FindChanges (name, true), key, value == nullptr ? Removed () : copy);
     }
     PLRelease (name);
+    PLRelease (copy);
 }
 
 PLBoolean PLPreferencesAppSynchronize (PLStringRef applicationID)
@@ -208,44 +277,15 @@ PLBoolean PLPreferencesAppSynchronize (PLStringRef applicationID)
     PLStringRef name = CopyApplicationName (applicationID);
     if (name == nullptr)
         return false;
-    bool done = false;
-    // The lock is held across the file's read and write, so that two threads' changes are merged
-    // one after the other; other processes may still interleave between read and replace.
-    Locked locked (sLock);
-    Pending * pending = FindPending (name, false);
-    bool changed = pending != nullptr && (PLDictionaryGetCount (pending->fChanges) > 0
-        || PLSetGetCount (pending->fRemovals) > 0);
-    PLMutableDictionaryRef values = changed ? CopyStoredValues (name) : nullptr;
-    PLStringRef directory = changed ? CopyDirectory () : nullptr;
-    if (! changed)
-        done = true;
-    else if (values != nullptr && directory != nullptr) {
-        PLIndex removals = PLSetGetCount (pending->fRemovals);
-        void const ** keys = static_cast<void const **> (std::calloc (std::size_t (removals) + 1, sizeof (void *)));
-        PLSetGetValues (pending->fRemovals, keys);
-        for (PLIndex i = 0; keys != nullptr && i < removals; ++i)
-            PLDictionaryRemoveValue (values, keys [i]);
-        std::free (keys);
-        PLIndex count = PLDictionaryGetCount (pending->fChanges);
-        keys = static_cast<void const **> (std::calloc (std::size_t (count) * 2 + 1, sizeof (void *)));
-        if (keys != nullptr) {
-            PLDictionaryGetKeysAndValues (pending->fChanges, keys, keys + count);
-            for (PLIndex i = 0; i < count; ++i)
-                PLDictionarySetValue (values, keys [i], keys [count + i]);
-            std::free (keys);
-            PLDataRef contents = CreateFileContents (values);
-            PLStringRef path = CopyFilePath (directory, name);
-            done = contents != nullptr && path != nullptr && PlatformReplaceFile (directory, path, contents);
-            PLRelease (path);
-            PLRelease (contents);
-        }
-        if (done) {
-            PLDictionaryRemoveAllValues (pending->fChanges);
-            PLSetRemoveAllValues (pending->fRemovals);
-        }
+    // Synchronisations one at a time, so that the changes copied first reach the file first.
+    WritersLocked writers;
+    PLDictionaryRef changes = nullptr;
+    bool done = CopyChanges (name, changes) && (changes == nullptr || WriteChanges (name, changes));
+    if (done && changes != nullptr) {
+        Locked locked (sLock);
+        ApplyToEntries (changes, ForgetChange, FindChanges (name, false));
     }
-    PLRelease (directory);
-    PLRelease (values);
+    PLRelease (changes);
     PLRelease (name);
     return done;
 }
@@ -255,30 +295,12 @@ PLArrayRef PLPreferencesCopyKeyList (PLStringRef applicationID)
     PLStringRef name = CopyApplicationName (applicationID);
     if (name == nullptr)
         return nullptr;
-    PLMutableDictionaryRef values = CopyStoredValues (name);
-    {
-        Locked locked (sLock);
-        Pending * pending = FindPending (name, false);
-        if (pending != nullptr && values != nullptr) {
-            PLIndex count = PLDictionaryGetCount (pending->fChanges);
-            void const ** keys = static_cast<void const **> (std::calloc (std::size_t (count) * 2 + 1, sizeof (void *)));
-            if (keys != nullptr) {
-                PLDictionaryGetKeysAndValues (pending->fChanges, keys, keys + count);
-                for (PLIndex i = 0; i < count; ++i)
-                    PLDictionarySetValue (values, keys [i], keys [count + i]);
-            }
-            std::free (keys);
-            count = PLSetGetCount (pending->fRemovals);
-            keys = static_cast<void const **> (std::calloc (std::size_t (count) + 1, sizeof (void *)));
-            PLSetGetValues (pending->fRemovals, keys);
-            for (PLIndex i = 0; keys != nullptr && i < count; ++i)
-                PLDictionaryRemoveValue (values, keys [i]);
-            std::free (keys);
-        }
-    }
+    PLDictionaryRef changes = nullptr;
+    PLMutableDictionaryRef values = CopyChanges (name, changes) ? CopyStoredValuesOf (name) : nullptr;
+    bool merged = changes == nullptr ? values != nullptr : MergeChanges (values, changes);
     PLArrayRef list = nullptr;
     PLIndex count = PLDictionaryGetCount (values);
-    if (count > 0) {
+    if (merged && count > 0) {
         void const ** keys = static_cast<void const **> (std::calloc (std::size_t (count), sizeof (void *)));
         if (keys != nullptr) {
             PLDictionaryGetKeysAndValues (values, keys, nullptr);
@@ -286,6 +308,7 @@ PLArrayRef PLPreferencesCopyKeyList (PLStringRef applicationID)
             std::free (keys);
         }
     }
+    PLRelease (changes);
     PLRelease (values);
     PLRelease (name);
     return list;

@@ -15,10 +15,11 @@
 #include "ByteReader.h"
 #include "PropertyList.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <string>
+#include <string_view>
 
 using namespace Plinth;
 
@@ -939,39 +940,16 @@ PLTypeRef XMLReader::Container (Tag const & tag, int depth)
         if (isKey && end)
             return FailValue ("key without a value");
     }
+    // The container takes over the elements, or releases them when it can't be made; keys and
+    // values were read in turn.
     std::size_t count = fStackCount - first;
     void const ** items = fStack + first;
-    PLTypeRef result;
-    PLAllocatorRef allocator = fOptions.fAllocator;
-    if (dictionary && fOptions.fMutableContainers) {
-        PLMutableDictionaryRef d = PLDictionaryCreateMutable (allocator, PLIndex (count / 2),
-            &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
-        for (std::size_t i = 0; d != nullptr && i < count; i += 2)
-            PLDictionarySetValue (d, items [i], items [i + 1]);
-        result = d;
-    }
-    else if (dictionary) {
-        // Keys and values were read in turn; the creation takes them apart.
-        void const ** split = static_cast<void const **> (std::malloc ((count + 1) * sizeof (void *)));
-        for (std::size_t i = 0; split != nullptr && i < count; i += 2) {
-            split [i / 2] = items [i];
-            split [count / 2 + i / 2] = items [i + 1];
-        }
-        result = split == nullptr ? nullptr : PLDictionaryCreate (allocator, split, split + count / 2,
-            PLIndex (count / 2), &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
-        std::free (split);
-    }
-    else if (fOptions.fMutableContainers) {
-        PLMutableArrayRef a = PLArrayCreateMutable (allocator, PLIndex (count), &kPLTypeArrayCallBacks);
-        for (std::size_t i = 0; a != nullptr && i < count; ++i)
-            PLArrayAppendValue (a, items [i]);
-        result = a;
-    }
-    else
-        result = PLArrayCreate (allocator, items, PLIndex (count), &kPLTypeArrayCallBacks);
-    for (std::size_t i = first; i < fStackCount; ++i)
-        PLRelease (fStack [i]);
     fStackCount = first;
+    // (An empty first container has no stack yet: no pointer past it is formed.)
+    PLTypeRef result = dictionary
+        ? PLTypeRef (AdoptDictionary (fOptions.fAllocator, items, count > 0 ? items + 1 : items, PLIndex (count / 2),
+            fOptions.fMutableContainers, 2))
+        : PLTypeRef (AdoptArray (fOptions.fAllocator, items, PLIndex (count), fOptions.fMutableContainers));
     return result != nullptr ? result : FailValue ("out of memory");
 }
 
@@ -1064,20 +1042,23 @@ bool ToUTF8 (uint8_t const * & bytes, std::size_t & size, ByteWriter & owned, Pa
     std::size_t end = 5;
     while (end < size && bytes [end] != '>')
         ++end;
-    std::string declaration (reinterpret_cast<char const *> (bytes), end);
+    // A view, not a copy: nothing that can throw runs behind Plinth's C interface.
+    std::string_view declaration (reinterpret_cast<char const *> (bytes), end);
     std::size_t at = declaration.find ("encoding");
-    if (at == std::string::npos)
+    if (at == std::string_view::npos)
         return true;
     at = declaration.find_first_of ("\"'", at);
-    std::size_t close = at == std::string::npos ? at : declaration.find (declaration [at], at + 1);
-    if (close == std::string::npos)
+    std::size_t close = at == std::string_view::npos ? at : declaration.find (declaration [at], at + 1);
+    if (close == std::string_view::npos)
         return failure.Fail ("malformed XML declaration", 0);
-    std::string name = declaration.substr (at + 1, close - at - 1);
-    for (char & c : name)
-        c = char (c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
-    if (name == "UTF-8")
+    std::string_view name = declaration.substr (at + 1, close - at - 1);
+    auto named = [name] (std::string_view upper) {
+        return name.size () == upper.size () && std::equal (name.begin (), name.end (), upper.begin (),
+            [] (char c, char u) { return (c >= 'a' && c <= 'z' ? char (c - 'a' + 'A') : c) == u; });
+    };
+    if (named ("UTF-8"))
         return true;
-    if (name != "ISO-8859-1" && name != "LATIN1" && name != "ISO8859-1")
+    if (! named ("ISO-8859-1") && ! named ("LATIN1") && ! named ("ISO8859-1"))
         return failure.Fail ("unsupported encoding", at + 1);
     for (std::size_t i = 0; i < size; ++i)
         AppendUTF8 (owned, bytes [i]);

@@ -33,7 +33,7 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
     Owned<PLStringRef> path (CreateString ("C:\\symbols"));
     PLPreferencesSetAppValue (PLSTR ("Path"), path, kApplication);
-    EXPECT_EQ (PLGetRetainCount (path), 2);   // held until synchronized
+    EXPECT_EQ (PLGetRetainCount (path), 1);   // a copy waits until synchronized, not the caller's string
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
     EXPECT_EQ (PLGetRetainCount (path), 1);
@@ -62,6 +62,19 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
     Owned<PLTypeRef> back (PLPreferencesCopyAppValue (PLSTR ("Tree"), kApplication));
     EXPECT_TRUE (back.Get () != array.Get () && PLEqual (back, array));
+
+    // What waits is an immutable copy made when set: the caller's dictionary changed afterwards,
+    // even into one that can't be stored, changes nothing pending, and no one is given it.
+    Owned<PLMutableDictionaryRef> settings (PLDictionaryCreateMutable (kPLAllocatorDefault, 0,
+        &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks));
+    PLDictionarySetValue (settings, PLSTR ("a"), PLSTR ("b"));
+    PLPreferencesSetAppValue (PLSTR ("Settings"), settings, kApplication);
+    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
+    PLDictionarySetValue (settings, PLSTR ("url"), url);
+    Owned<PLTypeRef> pending (PLPreferencesCopyAppValue (PLSTR ("Settings"), kApplication));
+    PLDictionarySetValue (static_cast<PLMutableDictionaryRef> (const_cast<void *> (pending.Get ())), PLSTR ("c"), PLSTR ("d"));
+    EXPECT_TRUE (pending.Get () != settings.Get () && PLDictionaryGetCount (static_cast<PLDictionaryRef> (pending.Get ())) == 1);
+    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
 }
 
 TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)

@@ -27,8 +27,14 @@ public:
     Owned & operator = (Owned const &) = delete;
     T Get () const { return fObject; }
     operator T () const { return fObject; }
-    // Where a call that gives an owned reference through its last argument puts it.
-    T * Out () { return &fObject; }
+    // Where a call that gives an owned reference through its last argument puts it; the reference
+    // held before is released first, so that a scope reused for several calls leaks none.
+    T * Out ()
+    {
+        PLRelease (fObject);
+        fObject = nullptr;
+        return &fObject;
+    }
 
 private:
     T fObject;
