@@ -343,7 +343,8 @@ void SanitizedName::Construct (const wchar_t * source, unsigned int sourceLength
     // shorter than the white space it passes leaves nothing.
     unsigned int length = sourceLength;
     for (; std::iswspace (*source); ++source)
-        length -= length > 0 ? 1 : 0;
+        if (length > 0)
+            --length;
     bool ellipsis = false;
     bool cut = length > maxLength;
     if (cut) {
