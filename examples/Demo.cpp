@@ -2,7 +2,7 @@
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
 // then it waits on kernel objects the strict way, reads its DLL's version, takes text through
 // Base64 and two code pages and back, keeps settings in a property-list file and in the
-// registry.
+// registry; copies a file through streams and makes a file name safe.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "FileDemo.h"
 #include "PropertyListFileDemo.h"
 
 namespace Demo {
@@ -187,6 +188,10 @@ int main ()
 
     std::printf ("\nA dictionary in a property-list file ...\n");
     if (! Demo::ShowPropertyListFile ())
+        return 1;
+
+    std::printf ("\nFiles ...\n");
+    if (! Demo::ShowFiles ())
         return 1;
 
     std::printf ("\nTaking text through code pages and Base64 ...\n");

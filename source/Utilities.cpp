@@ -85,11 +85,16 @@ Handle & Handle::operator = (const Handle & other)
 
 Handle::~Handle () noexcept (false)
 {
+    CloseIfOwned ();
+}
+
+void Handle::CloseIfOwned ()
+{
     if (fInvalid)
         return;
+    fInvalid = true;
     if (! ::CloseHandle (fHandle))
         RaiseUnlessUnwinding ("Skerry::Handle::~Handle", __FILE__, __LINE__, ::GetLastError ());
-    fInvalid = true;
 }
 
 void * Handle::Detach ()
