@@ -11,7 +11,8 @@
 #                  with its toolchain file and the pkg-config file
 #   make package   the same as a release archive, build/release/LibSkerry-<version>-i686-w64-mingw32.zip
 #   make native    build Plinth's portable core with the host compiler and run its tests natively
-#   make fuzz      run Plinth's property-list fuzz targets (clang, libFuzzer) for 60 s each
+#   make fuzz      run Plinth's property-list fuzz targets and the import reader's (clang,
+#                  libFuzzer) for 60 s each
 
 BUILD   ?= build
 NATIVE  ?= build-native
@@ -108,8 +109,9 @@ native: setup
 clean:
 	rm -rf $(BUILD) $(NATIVE) build-fuzz
 
-# The property-list readers under libFuzzer, natively with clang: FUZZ_SECONDS (60) per target,
+# The property-list readers and the import reader under libFuzzer, natively with clang: FUZZ_SECONDS (60) per target,
 # executions and coverage printed; a crash keeps its input in build-fuzz/crashes/.
 .PHONY: fuzz
 fuzz: setup
 	@plinth/fuzz/run-fuzzers $(CURDIR)/build-fuzz
+	@tests/Images/fuzz/run-fuzzer $(CURDIR)/build-fuzz/images

@@ -5,6 +5,7 @@
 #ifndef SKERRY_TEST_IMAGE_WRITER
 #define SKERRY_TEST_IMAGE_WRITER
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
