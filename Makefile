@@ -2,7 +2,7 @@
 # prints nothing when all is there.
 #   make demo      build the library and the examples against its installed package, then run
 #                  the main job (examples/Demo) under Wine, and export the registry keys it made
-#                  with regplist
+#                  with regplist, and print the demo's dependency tree with skerry-deps
 #   make test      build everything, run the whole suite under Wine with CTest (and the static
 #                  analysis, scripts/tidy, as its test StaticAnalysis)
 #   make tidy      the static analysis alone: clang-tidy over the library's sources
@@ -69,10 +69,13 @@ define warm_wine
 	wineserver -p; wine cmd /c exit >/dev/null 2>&1
 endef
 
-# After the demo, regplist exports the registry keys that it made.
+# After the demo, regplist exports the registry keys that it made, and skerry-deps prints the
+# tree of libraries that the demo imports.
 demo: examples
 	@$(warm_wine); wine $(BUILD)/examples/Demo.exe && printf '\n$$ regplist export "HKCU\\Software\\Tolvane Demo"\n' \
-	  && wine $(EXAMPLES_PREFIX)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo'; status=$$?; wineserver -k; exit $$status
+	  && wine $(EXAMPLES_PREFIX)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo' \
+	  && printf '\n$$ skerry-deps Demo.exe\n' && wine $(EXAMPLES_PREFIX)/bin/skerry-deps.exe $(BUILD)/examples/Demo.exe; \
+	  status=$$?; wineserver -k; exit $$status
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
