@@ -117,4 +117,4 @@ clean:
 .PHONY: fuzz
 fuzz: setup
 	@plinth/fuzz/run-fuzzers $(CURDIR)/build-fuzz
-	@tests/Images/fuzz/run-fuzzer $(CURDIR)/build-fuzz/images
+	@fuzz/run-image-fuzzer $(CURDIR)/build-fuzz/images
