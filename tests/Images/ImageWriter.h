@@ -67,47 +67,30 @@ public:
     std::vector<std::uint8_t> File () const
     {
         std::vector<std::uint8_t> file (SizeOfImage ());
-        Set16 (file, 0, fDOSMagic);
-        Set32 (file, 0x3C, kHeaders);
-        const std::uint32_t nt = kHeaders, optional = nt + 24;
-        Set32 (file, nt, 0x4550);
-        Set16 (file, nt + 4, 0x14C);                // i386
-        Set16 (file, nt + 6, 1);                    // one section
-        Set16 (file, nt + 20, 0xE0);                // size of the optional header
-        Set16 (file, nt + 22, 0x2102);              // executable image, 32-bit, DLL
-        Set16 (file, optional, 0x10B);
-        Set32 (file, optional + 28, 0x62000000);    // image base
-        Set32 (file, optional + 32, kPage);         // section alignment
-        Set32 (file, optional + 36, kPage);         // file alignment
-        Set16 (file, optional + 40, 4);             // operating system and subsystem 4.0
-        Set16 (file, optional + 48, 4);
-        Set32 (file, optional + 56, SizeOfImage ());
-        Set32 (file, optional + 60, kPage);         // size of the headers
-        Set16 (file, optional + 68, 2);             // GUI subsystem
-        Set32 (file, optional + 72, 0x100000);      // stack and heap reserve and commit
-        Set32 (file, optional + 76, 0x1000);
-        Set32 (file, optional + 80, 0x100000);
-        Set32 (file, optional + 84, 0x1000);
-        Set32 (file, optional + 92, fRvaAndSizes);
-        Set32 (file, nt + 0x80, fImport [0]);
-        Set32 (file, nt + 0x84, fImport [1]);
-        Set32 (file, nt + 0xE0, fDelayLoad [0]);
-        Set32 (file, nt + 0xE4, fDelayLoad [1]);
-        const std::uint32_t section = optional + 0xE0;
-        std::memcpy (&file [section], ".data", 5);
-        Set32 (file, section + 8, std::uint32_t (fSection.size ()));   // virtual size
-        Set32 (file, section + 12, kPage);
-        Set32 (file, section + 16, Aligned (std::uint32_t (fSection.size ())));
-        Set32 (file, section + 20, kPage);
-        Set32 (file, section + 36, 0xC0000040);     // initialised data, readable, writable
+        const std::uint32_t nt = kHeaders, optional = nt + 24, section = optional + 0xE0;
+        // Offset, width and value of each field that isn't 0: the DOS and NT signatures, i386, one
+        // section, the optional header's size, a 32-bit DLL; then the optional header (image base,
+        // alignments, system versions 4.0, sizes, GUI subsystem, stack and heap, directories).
+        const std::uint32_t fields [] [3] = { { 0, 2, fDOSMagic }, { 0x3C, 4, kHeaders }, { nt, 4, 0x4550 },
+            { nt + 4, 2, 0x14C }, { nt + 6, 2, 1 }, { nt + 20, 2, 0xE0 }, { nt + 22, 2, 0x2102 }, { optional, 2, 0x10B },
+            { optional + 28, 4, 0x62000000 }, { optional + 32, 4, kPage }, { optional + 36, 4, kPage },
+            { optional + 40, 2, 4 }, { optional + 48, 2, 4 }, { optional + 56, 4, SizeOfImage () },
+            { optional + 60, 4, kPage }, { optional + 68, 2, 2 }, { optional + 72, 4, 0x100000 },
+            { optional + 76, 4, kPage }, { optional + 80, 4, 0x100000 }, { optional + 84, 4, kPage },
+            { optional + 92, 4, fRvaAndSizes }, { nt + 0x80, 4, fImport [0] }, { nt + 0x84, 4, fImport [1] },
+            { nt + 0xE0, 4, fDelayLoad [0] }, { nt + 0xE4, 4, fDelayLoad [1] },
+            { section, 4, 0x7461642E }, { section + 4, 2, 0x61 },     // ".data"
+            { section + 8, 4, std::uint32_t (fSection.size ()) }, { section + 12, 4, kPage },
+            { section + 16, 4, Aligned (std::uint32_t (fSection.size ())) }, { section + 20, 4, kPage },
+            { section + 36, 4, 0xC0000040 } };    // initialised data, readable, writable
+        for (const auto & field : fields)
+            std::memcpy (&file [field [0]], &field [2], field [1]);
         std::copy (fSection.begin (), fSection.end (), file.begin () + kPage);
         return file;
     }
 
 private:
     static std::uint32_t Aligned (std::uint32_t size) { return (size + kPage - 1) / kPage * kPage; }
-    static void Set16 (std::vector<std::uint8_t> & file, std::uint32_t at, std::uint16_t value) { std::memcpy (&file [at], &value, 2); }
-    static void Set32 (std::vector<std::uint8_t> & file, std::uint32_t at, std::uint32_t value) { std::memcpy (&file [at], &value, 4); }
 
     void Descriptor (std::uint32_t size, std::uint32_t nameField, std::uint32_t name, std::uint32_t attributes)
     {
