@@ -2,7 +2,7 @@
 # prints nothing when all is there.
 #   make demo      build the library and the examples against its installed package, then run
 #                  the main job (examples/Demo) under Wine, and export the registry keys it made
-#                  with regplist
+#                  with regplist, and print the demo's dependency tree with skerry-deps
 #   make test      build everything, run the whole suite under Wine with CTest (and the static
 #                  analysis, scripts/tidy, as its test StaticAnalysis)
 #   make tidy      the static analysis alone: clang-tidy over the library's sources
@@ -11,7 +11,8 @@
 #                  with its toolchain file and the pkg-config file
 #   make package   the same as a release archive, build/release/LibSkerry-<version>-i686-w64-mingw32.zip
 #   make native    build Plinth's portable core with the host compiler and run its tests natively
-#   make fuzz      run Plinth's property-list fuzz targets (clang, libFuzzer) for 60 s each
+#   make fuzz      run Plinth's property-list fuzz targets and the import reader's (clang,
+#                  libFuzzer) for 60 s each
 
 BUILD   ?= build
 NATIVE  ?= build-native
@@ -55,7 +56,7 @@ build: configure
 EXAMPLES_PREFIX = $(abspath $(BUILD))/prefix
 QUIETLY = >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
 examples: configure
-	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist $(QUIETLY)
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps $(QUIETLY)
 	@cmake --install $(BUILD) --prefix $(EXAMPLES_PREFIX) $(QUIETLY)
 	@test -f $(BUILD)/examples/CMakeCache.txt || cmake -S examples -B $(BUILD)/examples \
 	  -DCMAKE_TOOLCHAIN_FILE=$(EXAMPLES_PREFIX)/share/LibSkerry/toolchain-i686-mingw.cmake \
@@ -68,10 +69,13 @@ define warm_wine
 	wineserver -p; wine cmd /c exit >/dev/null 2>&1
 endef
 
-# After the demo, regplist exports the registry keys that it made.
+# After the demo, regplist exports the registry keys that it made, and skerry-deps prints the
+# tree of libraries that the demo imports.
 demo: examples
 	@$(warm_wine); wine $(BUILD)/examples/Demo.exe && printf '\n$$ regplist export "HKCU\\Software\\Tolvane Demo"\n' \
-	  && wine $(EXAMPLES_PREFIX)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo'; status=$$?; wineserver -k; exit $$status
+	  && wine $(EXAMPLES_PREFIX)/bin/regplist.exe export 'HKCU\Software\Tolvane Demo' \
+	  && printf '\n$$ skerry-deps Demo.exe\n' && wine $(EXAMPLES_PREFIX)/bin/skerry-deps.exe $(BUILD)/examples/Demo.exe; \
+	  status=$$?; wineserver -k; exit $$status
 
 test: build
 	@$(warm_wine); cd $(BUILD) && ctest --output-on-failure -j 2; status=$$?; wineserver -k; exit $$status
@@ -89,7 +93,7 @@ bench: configure
 install:
 	@scripts/setup --build-only
 	@$(CONFIGURE)
-	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 # The release archive: what `make install` installs, in a zip file named after the version.
@@ -108,8 +112,9 @@ native: setup
 clean:
 	rm -rf $(BUILD) $(NATIVE) build-fuzz
 
-# The property-list readers under libFuzzer, natively with clang: FUZZ_SECONDS (60) per target,
+# The property-list readers and the import reader under libFuzzer, natively with clang: FUZZ_SECONDS (60) per target,
 # executions and coverage printed; a crash keeps its input in build-fuzz/crashes/.
 .PHONY: fuzz
 fuzz: setup
 	@plinth/fuzz/run-fuzzers $(CURDIR)/build-fuzz
+	@fuzz/run-image-fuzzer $(CURDIR)/build-fuzz/images

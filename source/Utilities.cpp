@@ -409,6 +409,85 @@ std::wstring ExpandEnvironmentStringsW (const std::wstring & source)
 
 }
 
+namespace {
+
+// The platform takes a numeric name or type as a pointer whose value is the number.
+const wchar_t * IntegerResource (unsigned short value)
+{
+    return MAKEINTRESOURCEW (value);
+}
+
+}
+
+const void * LoadedLibrary::GetResource (const wchar_t * name, const wchar_t * type, unsigned short language) const
+{
+    SKERRY_SITE ("Skerry::LoadedLibrary::GetResource");
+    HRSRC resource = ::FindResourceExW (fModule, type, name, language);
+    if (resource == NULL)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    HGLOBAL loaded = ::LoadResource (fModule, resource);
+    if (loaded == NULL)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    const void * data = ::LockResource (loaded);
+    if (data == NULL)
+        SKERRY_THROW_STRING ("LockResource failed");
+    return data;
+}
+
+const void * LoadedLibrary::GetResource (const wchar_t * name, unsigned short type, unsigned short language) const
+{
+    return GetResource (name, IntegerResource (type), language);
+}
+
+const void * LoadedLibrary::GetResource (unsigned short name, const wchar_t * type, unsigned short language) const
+{
+    return GetResource (IntegerResource (name), type, language);
+}
+
+const void * LoadedLibrary::GetResource (unsigned short name, unsigned short type, unsigned short language) const
+{
+    return GetResource (IntegerResource (name), IntegerResource (type), language);
+}
+
+// A result of size - 1 may be a string cut to fit, so only a shorter one is known to be whole.
+std::wstring LoadedLibrary::GetString (unsigned int id) const
+{
+    SKERRY_SITE ("Skerry::LoadedLibrary::GetString");
+    for (unsigned int size = 150; ; size *= 2) {
+        ArrayBuffer<wchar_t> buffer (size);
+        // Wine leaves the last error as it was for an id missing from an existing string block,
+        // where Windows sets ERROR_RESOURCE_NAME_NOT_FOUND; cleared first, so that a stale code
+        // from an earlier call is never reported, and the missing string reads the same on both.
+        ::SetLastError (ERROR_SUCCESS);
+        int n = ::LoadStringW (fModule, id, buffer, static_cast<int> (size));
+        if (n == 0) {
+            DWORD error = ::GetLastError ();
+            SKERRY_THROW_WIN32 (error != ERROR_SUCCESS ? error : ERROR_RESOURCE_NAME_NOT_FOUND);
+        }
+        if (static_cast<unsigned int> (n) < size - 1)
+            return std::wstring (buffer, static_cast<unsigned int> (n));
+    }
+}
+
+// A result equal to size is a path cut to fit.
+std::wstring LoadedLibrary::GetPath () const
+{
+    SKERRY_SITE ("Skerry::LoadedLibrary::GetPath");
+    for (unsigned int size = 300; ; size *= 2) {
+        ArrayBuffer<wchar_t> buffer (size);
+        DWORD n = ::GetModuleFileNameW (fModule, buffer, size);
+        if (n == 0)
+            SKERRY_THROW_WIN32 (::GetLastError ());
+        if (n < size)
+            return std::wstring (buffer, n);
+    }
+}
+
+unsigned __int64 LoadedLibrary::GetVersion () const
+{
+    return Miscellany::GetVersion (GetPath ());
+}
+
 namespace Registry {
 
 namespace {
