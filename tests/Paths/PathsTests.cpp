@@ -12,6 +12,7 @@
 
 #include <shellapi.h>
 
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
@@ -23,41 +24,35 @@ using SkerryTest::Failure;
 
 namespace {
 
-const wchar_t kRaceReady [] = L"Local\\SkerryPathsTestsReady";
-const wchar_t kRaceGo [] = L"Local\\SkerryPathsTestsGo";
+const wchar_t kRaceReady [] = L"Local\\SkerryPathsTestsReady", kRaceGo [] = L"Local\\SkerryPathsTestsGo";
 const unsigned kRaceFiles = 60;
 
-std::wstring RaceDirectory () { return SkerryTest::ProgramDirectory () + L"paths-race\\"; }
+std::filesystem::path RaceList (DWORD process)
+{
+    return SkerryTest::ProgramDirectory () + L"paths-race-" + std::to_wstring (process) + L".txt";
+}
 
-bool Exists (const std::wstring & path) { return ::GetFileAttributesW (path.c_str ()) != INVALID_FILE_ATTRIBUTES; }
+// A fresh directory beside the test program, removed with what it holds.
+struct Scratch : std::wstring {
+    Scratch () : std::wstring (SkerryTest::ProgramDirectory () + L"paths-scratch\\")
+    {
+        std::filesystem::remove_all (c_str ());
+        std::filesystem::create_directory (c_str ());
+    }
+    ~Scratch () { std::filesystem::remove_all (c_str ()); }
+};
 
-std::string Narrow (const std::wstring & wide) { return std::string (wide.begin (), wide.end ()); }
-
-// A fresh directory beside the test program, removed with what it holds (one level deep).
 class Paths : public SkerryTest::HandleLeakTest {
 protected:
-    void SetUp () override
-    {
-        HandleLeakTest::SetUp ();
-        fScratch = SkerryTest::ProgramDirectory () + L"paths-scratch\\";
-        Remove ();
-        ASSERT_TRUE (::CreateDirectoryW (fScratch.c_str (), nullptr));
-    }
-    void TearDown () override
-    {
-        Remove ();
-        HandleLeakTest::TearDown ();
-    }
 
     // Creates `name` in the scratch directory, a directory when it ends in a backslash.
     void Make (const std::wstring & name, DWORD attributes = FILE_ATTRIBUTE_NORMAL)
     {
-        std::wstring path = fScratch + name;
         if (name.back () == L'\\')
-            ASSERT_TRUE (::CreateDirectoryW (path.c_str (), nullptr));
+            std::filesystem::create_directory (fScratch + name);
         else
-            ::CloseHandle (::CreateFileW (path.c_str (), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
-        ASSERT_TRUE (::SetFileAttributesW (path.c_str (), attributes));
+            std::ofstream (std::filesystem::path (fScratch + name));
+        ASSERT_TRUE (::SetFileAttributesW ((fScratch + name).c_str (), attributes));
     }
 
     // The names a walk of `pattern` delivers, directories with a trailing backslash.
@@ -69,23 +64,7 @@ protected:
         return names;
     }
 
-    std::wstring fScratch;
-
-private:
-    void Remove ()
-    {
-        WIN32_FIND_DATAW entry;
-        HANDLE find = ::FindFirstFileW ((fScratch + L"*").c_str (), &entry);
-        for (BOOL more = find != INVALID_HANDLE_VALUE; more; more = ::FindNextFileW (find, &entry)) {
-            std::wstring name = entry.cFileName, path = fScratch + name;
-            ::SetFileAttributesW (path.c_str (), FILE_ATTRIBUTE_NORMAL);
-            if (name != L"." && name != L".." && ! ::DeleteFileW (path.c_str ()))
-                ::RemoveDirectoryW (path.c_str ());
-        }
-        if (find != INVALID_HANDLE_VALUE)
-            ::FindClose (find);
-        ::RemoveDirectoryW (fScratch.c_str ());
-    }
+    Scratch fScratch;
 };
 
 }
@@ -99,26 +78,20 @@ TEST_F (Paths, TemporaryFiles)
     EXPECT_EQ (directory.substr (directory.length () - 14), L"\\Tolvane Inc.\\");
     std::wstring assignedOver, emptied, copied;
     {
-        TempFilePath byDefault, byNull (nullptr), three (L"Abc"), one (L"Z");
-        const struct { const TempFilePath & fFile; const wchar_t * fPrefix; } made [] = {
-            { byDefault, L"TVL" }, { byNull, L"TVL" }, { three, L"Abc" }, { one, L"Z" } };
-        for (const auto & m : made) {
-            EXPECT_EQ (m.fFile.substr (0, directory.length () + wcslen (m.fPrefix)), directory + m.fPrefix);
-            WIN32_FILE_ATTRIBUTE_DATA data;
-            ASSERT_TRUE (::GetFileAttributesExW (m.fFile.c_str (), GetFileExInfoStandard, &data));
-            EXPECT_EQ (data.nFileSizeLow, 0u);
+        TempFilePath byDefault, byNull (nullptr), three (L"Abc"), one (L"Z"), copy (one), assigned;
+        for (const auto & made : { std::make_pair (&byDefault, L"TVL"), std::make_pair (&byNull, L"TVL"),
+                 std::make_pair (&three, L"Abc"), std::make_pair (&one, L"Z") }) {
+            EXPECT_EQ (made.first->substr (0, directory.length () + wcslen (made.second)), directory + made.second);
+            EXPECT_EQ (std::filesystem::file_size (made.first->c_str ()), 0u);
         }
-        EXPECT_NE (byDefault, byNull);
         EXPECT_TRUE (::DeleteFileW (three.c_str ()));   // gone already: no failure
-        TempFilePath copy (one), assigned;
         copied = one;
         assignedOver = assigned;
         assigned = byDefault;
         emptied.swap (byNull);
     }
-    EXPECT_FALSE (Exists (copied));
-    EXPECT_TRUE (::DeleteFileW (assignedOver.c_str ()));
-    EXPECT_TRUE (::DeleteFileW (emptied.c_str ()));
+    EXPECT_FALSE (std::filesystem::exists (copied));
+    EXPECT_TRUE (::DeleteFileW (assignedOver.c_str ()) && ::DeleteFileW (emptied.c_str ()));
 
     SKERRY_INTERPOSE (name, "KERNEL32.dll", GetTempFileNameW);
     SKERRY_INTERPOSE (create, "KERNEL32.dll", CreateDirectoryW);
@@ -129,7 +102,8 @@ TEST_F (Paths, TemporaryFiles)
     EXPECT_EQ (name.Calls (), 0u);
 }
 
-// Each platform call failing, with its code and site; the directory already there is no failure.
+// Each platform call failing, with its code and site; the directory already there is no failure;
+// a temporary directory longer than the first buffer.
 TEST_F (Paths, TemporaryPathFailures)
 {
     SKERRY_INTERPOSE (tempPath, "KERNEL32.dll", GetTempPathW);
@@ -147,24 +121,22 @@ TEST_F (Paths, TemporaryPathFailures)
     EXPECT_EQ (Failure (file), "Win32 19 | Skerry::TempDirectoryPath::TempDirectoryPath | Utilities");
     name.Fail (0, ERROR_DIRECTORY);
     EXPECT_EQ (Failure (file), "Win32 267 | Skerry::TempFilePath::TempFilePath | Utilities");
-    for (DWORD error : { DWORD (ERROR_SHARING_VIOLATION), DWORD (ERROR_FILE_NOT_FOUND) }) {
+    for (DWORD error : { 32ul, 2ul }) {
         std::wstring left;
         remove.Fail (FALSE, error);
-        EXPECT_EQ (Failure ([&] { TempFilePath path; left = path; }), error == ERROR_FILE_NOT_FOUND ? "nothing thrown"
-            : "Win32 32 | Skerry::TempFilePath::~TempFilePath | Utilities");
+        EXPECT_EQ (Failure ([&] { TempFilePath path; left = path; }),
+            error == 2 ? "nothing thrown" : "Win32 32 | Skerry::TempFilePath::~TempFilePath | Utilities");
         EXPECT_TRUE (::DeleteFileW (left.c_str ()));
     }
 
-    // A temporary directory longer than the first buffer, as Windows reports it: the size needed,
-    // terminator included. "." components keep it the same directory.
+    // As Windows answers: the size needed, terminator included. "." keeps the same directory.
     std::wstring longPath = TempDirectoryPath ();
     for (int i = 0; i < 150; ++i)
         longPath += L".\\";
     tempPath.Replace ([&] (DWORD room, LPWSTR buffer) -> DWORD {
         if (room <= longPath.length ())
             return DWORD (longPath.length () + 1);
-        wcscpy (buffer, longPath.c_str ());
-        return DWORD (longPath.length ());
+        return DWORD (wcslen (wcscpy (buffer, longPath.c_str ())));
     });
     unsigned before = tempPath.Calls ();
     EXPECT_EQ (TempDirectoryPath (), longPath + L"Tolvane Inc.\\");
@@ -175,7 +147,6 @@ TEST_F (Paths, TemporaryPathFailures)
 // Two processes taking files of one prefix at the same moment never get the same one.
 TEST_F (Paths, TemporaryFilesOfTwoProcesses)
 {
-    ::CreateDirectoryW (RaceDirectory ().c_str (), nullptr);
     HANDLE ready = ::CreateSemaphoreW (nullptr, 0, 2, kRaceReady), go = ::CreateEventW (nullptr, TRUE, FALSE, kRaceGo);
     PROCESS_INFORMATION racers [] = { SkerryTest::StartInChild ("TakeTemporaryFiles"),
         SkerryTest::StartInChild ("TakeTemporaryFiles") };
@@ -188,39 +159,32 @@ TEST_F (Paths, TemporaryFilesOfTwoProcesses)
         ::WaitForSingleObject (racer.hProcess, 120000);
         ::GetExitCodeProcess (racer.hProcess, &status);
         EXPECT_EQ (status, 0u);
-        std::wifstream list (Narrow (RaceDirectory ()) + std::to_string (racer.dwProcessId) + ".txt");
-        for (std::wstring line; std::getline (list, line);)
-            EXPECT_TRUE (names.insert (line).second && Exists (line)) << Narrow (line);
+        {
+            std::wifstream list (RaceList (racer.dwProcessId));
+            for (std::wstring line; std::getline (list, line);)
+                EXPECT_TRUE (names.insert (line).second && ::DeleteFileW (line.c_str ()));
+        }
+        std::filesystem::remove (RaceList (racer.dwProcessId));
         ::CloseHandle (racer.hThread);
         ::CloseHandle (racer.hProcess);
-        ::DeleteFileW ((RaceDirectory () + std::to_wstring (racer.dwProcessId) + L".txt").c_str ());
     }
-    ::CloseHandle (go);
     ::CloseHandle (ready);
-    ::RemoveDirectoryW (RaceDirectory ().c_str ());
+    ::CloseHandle (go);
     EXPECT_EQ (names.size (), 2 * kRaceFiles);
-    for (const std::wstring & name : names)
-        ::DeleteFileW (name.c_str ());
 }
 
 // One racer: keeps its files (their paths emptied) and lists them for the parent.
 TEST (InChild, TakeTemporaryFiles)
 {
-    HANDLE ready = ::OpenSemaphoreW (SEMAPHORE_MODIFY_STATE, FALSE, kRaceReady);
-    HANDLE go = ::OpenEventW (SYNCHRONIZE, FALSE, kRaceGo);
+    HANDLE ready = ::OpenSemaphoreW (SEMAPHORE_MODIFY_STATE, FALSE, kRaceReady), go = ::OpenEventW (SYNCHRONIZE, FALSE, kRaceGo);
     ::ReleaseSemaphore (ready, 1, nullptr);
     ASSERT_EQ (::WaitForSingleObject (go, 120000), WAIT_OBJECT_0);
-    std::vector<std::wstring> names;
-    for (unsigned i = 0; i < kRaceFiles; ++i) {
-        TempFilePath file (L"Rc");
-        names.push_back (file);
-        file.clear ();
-    }
-    std::wofstream list (Narrow (RaceDirectory ()) + std::to_string (::GetCurrentProcessId ()) + ".txt");
+    std::vector<std::wstring> names (kRaceFiles);
+    for (std::wstring & name : names)
+        TempFilePath (L"Rc").swap (name);
+    std::wofstream list (RaceList (::GetCurrentProcessId ()));
     for (const std::wstring & name : names)
         list << name << L"\n";
-    ::CloseHandle (go);
-    ::CloseHandle (ready);
 }
 
 // Every entry but "." and ".." in the platform's order, hidden ones and directories included; the
@@ -231,15 +195,11 @@ TEST_F (Paths, WildCards)
     Make (L"only.txt");
     {
         WildCardExpander one (fScratch + L"*");
-        EXPECT_TRUE (one);
         EXPECT_EQ (one.CopyName (), L"only.txt");
         EXPECT_FALSE (one.Next ());
         EXPECT_FALSE (one);
         ExpectAssertion ([&] { one.Next (); }, "assertion failed: fFindHandle && fFindData",
             "Skerry::WildCardExpander::Next", "Utilities");
-        ExpectAssertion ([&] { (void) one.CopyName (); }, "assertion failed: fFindData", "Skerry::WildCardExpander::CopyName", "Utilities");
-        ExpectAssertion ([&] { (void) one.IsDirectory (); }, "assertion failed: fFindData",
-            "Skerry::WildCardExpander::IsDirectory", "Utilities");
     }
     Make (L".x");
     Make (L"hidden.txt", FILE_ATTRIBUTE_HIDDEN);
@@ -248,7 +208,6 @@ TEST_F (Paths, WildCards)
     EXPECT_EQ (Walk (L"*"), (std::multiset<std::wstring> { L".x", L"Sub\\", L"hidden.txt", L"only.txt",
         L"\u010Ce\u0125-\u65E5\u672C.txt" }));
     EXPECT_EQ (Walk (L"\u010C*"), (std::multiset<std::wstring> { L"\u010Ce\u0125-\u65E5\u672C.txt" }));
-    EXPECT_EQ (Walk (L"Sub\\*"), (std::multiset<std::wstring> {}));
 
     SKERRY_INTERPOSE (close, "KERNEL32.dll", FindClose);
     Walk (L"*");
@@ -256,8 +215,6 @@ TEST_F (Paths, WildCards)
     EXPECT_EQ (close.Calls (), 2u);
     EXPECT_EQ (Failure ([&] { WildCardExpander none (fScratch + L"*.none"); }),
         "Win32 2 | Skerry::WildCardExpander::Construct | Utilities");
-    EXPECT_EQ (Failure ([&] { WildCardExpander none (fScratch + L"Missing\\*"); }),
-        "Win32 3 | Skerry::WildCardExpander::Construct | Utilities");
     EXPECT_EQ (close.Calls (), 2u);
 }
 
@@ -310,29 +267,24 @@ TEST_F (Paths, CommandLines)
         std::vector<std::wstring> arguments;
         for (unsigned i = 0; i < split.size (); ++i)
             arguments.push_back (split [i]);
-        EXPECT_EQ (arguments, c.fArguments) << Narrow (c.fLine);
+        EXPECT_EQ (arguments, c.fArguments);
     }
 
     wchar_t program [MAX_PATH];
     ::GetModuleFileNameW (nullptr, program, MAX_PATH);
-    CommandLine empty (L""), own;
+    CommandLine empty (L"");
     EXPECT_EQ (empty.size (), 1u);
     EXPECT_STREQ (empty [0], program);
-    EXPECT_GE (own.size (), 1u);
-    EXPECT_EQ (std::wstring (own [0]).substr (std::wstring (own [0]).length () - 14), L"PathsTests.exe");
+    EXPECT_GE (CommandLine ().size (), 1u);
 
-    std::wstring longest = L"p " + std::wstring (32764, L'x'), many = L"p";
-    for (int i = 0; i < 16383; ++i)
-        many += L" a";
-    CommandLine one (longest.c_str ()), all (many.c_str ());
+    std::wstring longest = L"p " + std::wstring (32764, L'x');
+    CommandLine one (longest.c_str ());
     EXPECT_EQ (one.size (), 2u);
     EXPECT_EQ (wcslen (one [1]), 32764u);
-    EXPECT_EQ (all.size (), 16384u);
-    EXPECT_STREQ (all [16383], L"a");
-    ExpectAssertion ([&] { (void) all [16384]; }, "assertion failed: int (index) < fArgumentCount",
+    ExpectAssertion ([&] { (void) one [2]; }, "assertion failed: int (index) < fArgumentCount",
         "Skerry::CommandLine::operator []", "Utilities");
     for (unsigned index : { 0x80000000u, 0xFFFFFFFFu })
-        ExpectAssertion ([&] { (void) all [index]; }, "assertion failed: index < unsigned (fArgumentCount)",
+        ExpectAssertion ([&] { (void) one [index]; }, "assertion failed: index < unsigned (fArgumentCount)",
             "Skerry::CommandLine::operator []", "Utilities");
 }
 

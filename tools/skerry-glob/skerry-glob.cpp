@@ -5,13 +5,13 @@
 // Exit status: 0 on success, 1 when anything failed, 2 for a wrong command line (a line naming
 // what is wrong, then the usage). Each failure is one line on standard error: "skerry-glob:
 // PATTERN: function: the library's words". Text goes out as UTF-8 and comes in as UTF-8.
+#include "LibraryFailure.h"
+
 #include <LibSkerry/CodePages>
-#include <LibSkerry/Exceptions>
 #include <LibSkerry/Utilities>
 
 #include <cstdio>
 #include <iostream>
-#include <new>
 #include <string>
 
 #include <windows.h>
@@ -49,41 +49,11 @@ int Wrong (const std::string & problem)
     return Usage (stderr, 2);
 }
 
-// The platform's words for a Win32 code, without the line end it puts after them.
-std::string Words (unsigned long code)
-{
-    wchar_t * message = nullptr;
-    if (::FormatMessageW (FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-            nullptr, code, 0, reinterpret_cast<wchar_t *> (&message), 0, nullptr) == 0)
-        return std::string ();
-    std::wstring words (message);
-    ::LocalFree (message);
-    while (! words.empty () && (words.back () == L'\n' || words.back () == L'\r' || words.back () == L' '))
-        words.pop_back ();
-    return " (" + UTF8 (words) + ")";
-}
-
 // One line for the failure being handled, about `subject`.
 int Report (const std::string & subject)
 {
     std::cout.flush ();
-    std::string text;
-    try {
-        throw;
-    }
-    catch (const Skerry::Exceptions::Win32 & e) {
-        text = std::string (e.fFunction) + ": Win32 error " + std::to_string (e.fCode) + Words (e.fCode);
-    }
-    catch (const Skerry::Exceptions::String & e) {
-        text = std::string (e.fFunction) + ": " + e.fMessage;
-    }
-    catch (const Skerry::Exceptions::Skerry & e) {
-        text = std::string (e.fFunction) + ": Skerry error " + std::to_string (e.fCode);
-    }
-    catch (const std::bad_alloc &) {
-        text = "out of memory";
-    }
-    std::fprintf (stderr, "skerry-glob: %s: %s\n", subject.c_str (), text.c_str ());
+    std::fprintf (stderr, "skerry-glob: %s: %s\n", subject.c_str (), SkerryTool::LibraryFailureText ().c_str ());
     return 1;
 }
 
