@@ -56,7 +56,7 @@ build: configure
 EXAMPLES_PREFIX = $(abspath $(BUILD))/prefix
 QUIETLY = >$(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
 examples: configure
-	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps $(QUIETLY)
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps skerry-glob $(QUIETLY)
 	@cmake --install $(BUILD) --prefix $(EXAMPLES_PREFIX) $(QUIETLY)
 	@test -f $(BUILD)/examples/CMakeCache.txt || cmake -S examples -B $(BUILD)/examples \
 	  -DCMAKE_TOOLCHAIN_FILE=$(EXAMPLES_PREFIX)/share/LibSkerry/toolchain-i686-mingw.cmake \
@@ -93,7 +93,7 @@ bench: configure
 install:
 	@scripts/setup --build-only
 	@$(CONFIGURE)
-	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps
+	@$(CMAKE_BUILD) --target LibSkerry JOT Plinth plist-tool regplist skerry-deps skerry-glob
 	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 # The release archive: what `make install` installs, in a zip file named after the version.

@@ -1,5 +1,6 @@
 // Kernel objects (Handle, Event, Overlapped, Mutex), the process services of Skerry::Miscellany,
-// and registry keys, values and sub-key snapshots (Skerry::Registry).
+// registry keys, values and sub-key snapshots (Skerry::Registry), temporary paths, wild-card
+// walks and command lines.
 
 #include <LibSkerry/Utilities>
 #include <LibSkerry/Exceptions>
@@ -8,8 +9,10 @@
 
 #include <windows.h>
 #include <rpc.h>
+#include <shellapi.h>
 #include <shlwapi.h>
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
 #include <exception>
@@ -854,4 +857,236 @@ SubKey & SubKeys::operator [] (unsigned int index)
 }
 
 }
+
+namespace {
+
+// The rule of the Handle family for a destructor whose release failed, for the owners below that
+// are no handles: raised, or logged while another exception unwinds.
+struct ReleaseFailure : private Handle {
+    using Handle::RaiseUnlessUnwinding;
+};
+
+const wchar_t kTempSubDirectory [] = L"Tolvane Inc.\\";
+const wchar_t kDefaultTempFilePrefix [] = L"TVL";
+
+// GetTempFileNameW appends up to four hexadecimal digits and ".tmp" to the prefix.
+const std::size_t kTempFileNameSuffix = 3 + 4 + 4;
+
+// The user's temporary directory, ending in a backslash. A path longer than the buffer makes
+// GetTempPathW report the size it needs, terminator included; it is asked again with that size
+// until the path fits, since the environment it reads may change in between.
+std::wstring UserTempDirectory ()
+{
+    SKERRY_SITE ("Skerry::TempDirectoryPath::TempDirectoryPath");
+    DWORD room = MAX_PATH;
+    for (;;) {
+        ArrayBuffer<wchar_t> buffer (room);
+        DWORD length = ::GetTempPathW (room, buffer);
+        if (length == 0)
+            SKERRY_THROW_WIN32 (::GetLastError ());
+        if (length < room)
+            return std::wstring (buffer, length);
+        room = length;
+    }
+}
+
+}
+
+TempDirectoryPath::TempDirectoryPath ()
+    : std::wstring (UserTempDirectory ())
+{
+    SKERRY_SITE ("Skerry::TempDirectoryPath::TempDirectoryPath");
+    append (kTempSubDirectory);
+    if (! ::CreateDirectoryW (c_str (), NULL)) {
+        DWORD error = ::GetLastError ();
+        if (error != ERROR_ALREADY_EXISTS)
+            SKERRY_THROW_WIN32 (error);
+    }
+}
+
+namespace {
+
+// The directory comes first, so that it is created also when the prefix is then refused.
+std::wstring ConstructTempFilePath (const wchar_t * prefix)
+{
+    SKERRY_SITE ("Skerry::TempFilePath::TempFilePath");
+    TempDirectoryPath directory;
+    if (prefix == NULL)
+        prefix = kDefaultTempFilePrefix;
+    std::size_t length = std::wcslen (prefix);
+    SKERRY_ASSERT (length > 0 && length < 4);
+    DWORD room = DWORD (std::max<std::size_t> (MAX_PATH, directory.length () + kTempFileNameSuffix + 1));
+    ArrayBuffer<wchar_t> buffer (room);
+    if (::GetTempFileNameW (directory.c_str (), prefix, 0, buffer) == 0)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    return std::wstring (buffer);
+}
+
+}
+
+TempFilePath::TempFilePath (const wchar_t * prefix)
+    : std::wstring (ConstructTempFilePath (prefix))
+{
+}
+
+TempFilePath::~TempFilePath () noexcept (false)
+{
+    if (empty () || ::DeleteFileW (c_str ()))
+        return;
+    DWORD error = ::GetLastError ();
+    if (error != ERROR_FILE_NOT_FOUND)
+        ReleaseFailure::RaiseUnlessUnwinding ("Skerry::TempFilePath::~TempFilePath", __FILE__, __LINE__, error);
+}
+
+WildCardExpander::WildCardExpander (const wchar_t * pattern)
+    : fFindData (NULL), fFindHandle (INVALID_HANDLE_VALUE)
+{
+    Construct (pattern);
+}
+
+WildCardExpander::WildCardExpander (const std::wstring & pattern)
+    : WildCardExpander (pattern.c_str ())
+{
+}
+
+WildCardExpander::~WildCardExpander () noexcept (false)
+{
+    if (unsigned long error = Release ())
+        ReleaseFailure::RaiseUnlessUnwinding ("Skerry::WildCardExpander::Destruct", __FILE__, __LINE__, error);
+}
+
+// A constructor that raises runs no destructor: whatever SkipDots raises, the walk is ended here
+// first, and the original exception goes on (a failing close then is not told).
+void WildCardExpander::Construct (const wchar_t * pattern)
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::Construct");
+    fFindData = new WIN32_FIND_DATAW;
+    fFindHandle = ::FindFirstFileW (pattern, fFindData);
+    if (fFindHandle == INVALID_HANDLE_VALUE) {
+        DWORD error = ::GetLastError ();
+        Release ();
+        SKERRY_THROW_WIN32 (error);
+    }
+    try {
+        (void) SkipDots ();
+    }
+    catch (...) {
+        (void) Release ();
+        throw;
+    }
+}
+
+bool WildCardExpander::Next ()
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::Next");
+    SKERRY_ASSERT (fFindHandle && fFindData);
+    if (! ::FindNextFileW (fFindHandle, fFindData)) {
+        DWORD error = ::GetLastError ();
+        if (error != ERROR_NO_MORE_FILES)
+            SKERRY_THROW_WIN32 (error);
+        Destruct ();
+        return false;
+    }
+    return SkipDots ();
+}
+
+bool WildCardExpander::SkipDots ()
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::SkipDots");
+    SKERRY_ASSERT (fFindData);
+    const wchar_t * name = fFindData->cFileName;
+    if (std::wcscmp (name, L".") == 0 || std::wcscmp (name, L"..") == 0)
+        return Next ();
+    return true;
+}
+
+bool WildCardExpander::IsDirectory () const
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::IsDirectory");
+    SKERRY_ASSERT (fFindData);
+    return (fFindData->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+std::wstring WildCardExpander::CopyName () const
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::CopyName");
+    SKERRY_ASSERT (fFindData);
+    return fFindData->cFileName;
+}
+
+void WildCardExpander::Destruct ()
+{
+    SKERRY_SITE ("Skerry::WildCardExpander::Destruct");
+    if (unsigned long error = Release ())
+        SKERRY_THROW_WIN32 (error);
+}
+
+// Both resources are given up before a failed FindClose is told: the platform may have closed the
+// handle anyway, and a second FindClose on its value could close a handle opened since.
+unsigned long WildCardExpander::Release ()
+{
+    void * findHandle = fFindHandle;
+    fFindHandle = INVALID_HANDLE_VALUE;
+    delete fFindData;
+    fFindData = NULL;
+    if (findHandle != INVALID_HANDLE_VALUE && ! ::FindClose (findHandle))
+        return ::GetLastError ();
+    return ERROR_SUCCESS;
+}
+
+namespace {
+
+wchar_t * * ConstructCommandLine (const wchar_t * commandLine, int * count)
+{
+    SKERRY_SITE ("Skerry::CommandLine::CommandLine");
+    if (commandLine == NULL) {
+        commandLine = ::GetCommandLineW ();
+        if (commandLine == NULL)
+            SKERRY_THROW_WIN32 (ERROR_INTERNAL_ERROR);
+    }
+    wchar_t * * arguments = ::CommandLineToArgvW (commandLine, count);
+    if (arguments == NULL)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    return arguments;
+}
+
+}
+
+CommandLine::CommandLine (const wchar_t * commandLine)
+    : fArguments (NULL), fArgumentCount (0)
+{
+    fArguments = ConstructCommandLine (commandLine, &fArgumentCount);
+}
+
+CommandLine::~CommandLine () noexcept (false)
+{
+    if (::LocalFree (fArguments) != NULL)
+        ReleaseFailure::RaiseUnlessUnwinding ("Skerry::CommandLine::~CommandLine", __FILE__, __LINE__, ::GetLastError ());
+}
+
+// The assertions' words are the library's messages, mixed signedness and all.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
+
+// The first assertion can't fire where unsigned int and int have the same width, and an index of
+// 0x80000000 or more passes the second as a negative number: the third is the bound that holds.
+const wchar_t * const & CommandLine::operator [] (unsigned int index)
+{
+    SKERRY_SITE ("Skerry::CommandLine::operator []");
+    SKERRY_ASSERT (index == int (index));
+    SKERRY_ASSERT (int (index) < fArgumentCount);
+    SKERRY_ASSERT (index < unsigned (fArgumentCount));
+    return fArguments [index];
+}
+
+unsigned int CommandLine::size ()
+{
+    SKERRY_SITE ("Skerry::CommandLine::size");
+    SKERRY_ASSERT (fArgumentCount == size_t (fArgumentCount));
+    SKERRY_ASSERT (fArgumentCount >= 0);
+    return unsigned (fArgumentCount);
+}
+
+#pragma GCC diagnostic pop
+
 }

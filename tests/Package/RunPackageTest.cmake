@@ -19,7 +19,7 @@ set(prefix ${WORK}/unpacked/${name})
 # What the archive holds: the whole of bin, and the rest by samples.
 file(GLOB bin RELATIVE ${prefix}/bin ${prefix}/bin/*)
 set(expected_bin JOT.dll LibSkerry.dll Plinth.dll libgcc_s_dw2-1.dll libstdc++-6.dll libwinpthread-1.dll plist-tool.exe regplist.exe
-  skerry-deps.exe)
+  skerry-deps.exe skerry-glob.exe)
 if(NOT bin STREQUAL expected_bin)
   message(FATAL_ERROR "the archive's bin holds ${bin}")
 endif()
@@ -45,7 +45,7 @@ run(${CMAKE_COMMAND} --build ${WORK}/examples)
 # Beside the programs: the DLLs they need, and nothing else of the package's bin.
 file(GLOB beside RELATIVE ${WORK}/examples ${WORK}/examples/*.dll ${WORK}/examples/plist-tool.exe
   ${WORK}/examples/regplist.exe)
-list(REMOVE_ITEM expected_bin plist-tool.exe regplist.exe skerry-deps.exe)
+list(REMOVE_ITEM expected_bin plist-tool.exe regplist.exe skerry-deps.exe skerry-glob.exe)
 if(NOT beside STREQUAL expected_bin)
   message(FATAL_ERROR "copied beside the examples: ${beside}")
 endif()

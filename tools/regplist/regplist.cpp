@@ -8,6 +8,7 @@
 // or "regplist: FILE: reason" for the file. An import checks the whole file before it writes
 // anything.
 #include "Files.h"
+#include "LibraryFailure.h"
 #include "Tree.h"
 
 #include <LibSkerry/Exceptions>
@@ -109,26 +110,8 @@ int Report (const std::wstring & where, const std::string & file)
         subject = failure.fFile.empty () ? file : failure.fFile;
         text = failure.fText;
     }
-    catch (const Skerry::Exceptions::String & e) {
-        text = std::string (e.fFunction) + ": " + e.fMessage;
-    }
-    catch (const Skerry::Exceptions::Win32 & e) {
-        text = std::string (e.fFunction) + ": Win32 error " + std::to_string (e.fCode);
-        wchar_t * message = nullptr;
-        if (::FormatMessageW (FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                nullptr, e.fCode, 0, reinterpret_cast<wchar_t *> (&message), 0, nullptr) != 0) {
-            std::wstring words (message);
-            while (! words.empty () && (words.back () == L'\n' || words.back () == L'\r' || words.back () == L' '))
-                words.pop_back ();
-            text += " (" + Narrow (words) + ")";
-        }
-        ::LocalFree (message);
-    }
-    catch (const Skerry::Exceptions::Skerry & e) {
-        text = std::string (e.fFunction) + ": Skerry error " + std::to_string (e.fCode);
-    }
-    catch (const std::bad_alloc &) {
-        text = "out of memory";
+    catch (...) {
+        text = SkerryTool::LibraryFailureText ();
     }
     std::fprintf (stderr, "regplist: %s: %s\n", subject.c_str (), text.c_str ());
     return 1;
