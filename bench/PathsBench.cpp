@@ -2,19 +2,21 @@
 // 10,000 files through WildCardExpander against FindFirstFileW, FindNextFileW and FindClose, and
 // 1,000 temporary files made and deleted through TempFilePath against GetTempPathW,
 // CreateDirectoryW, GetTempFileNameW and DeleteFileW. Each pair is measured in alternating
-// batches; the directory is made for the run and removed after it.
+// batches; the directory is made for the run and removed after it. Under an emulated test machine
+// the full sizes take very long: `PathsBench FILES TEMPORARY` measures smaller ones.
 #include <LibSkerry/Utilities>
 
 #include "Harness.h"
 
 #include <windows.h>
 
+#include <cstdlib>
 #include <string>
 
 namespace {
 
-const unsigned kWalkedFiles = 10000;
-const unsigned kTemporaryFiles = 1000;
+unsigned gWalkedFiles = 10000;
+unsigned gTemporaryFiles = 1000;
 
 unsigned RawWalk (const std::wstring & pattern)
 {
@@ -52,11 +54,15 @@ void RawTemporaryFile ()
 
 }
 
-int main ()
+int main (int argc, char ** argv)
 {
+    if (argc == 3) {
+        gWalkedFiles = unsigned (std::strtoul (argv [1], nullptr, 10));
+        gTemporaryFiles = unsigned (std::strtoul (argv [2], nullptr, 10));
+    }
     std::wstring directory = Skerry::TempDirectoryPath () + L"PathsBench\\";
     ::CreateDirectoryW (directory.c_str (), NULL);
-    for (unsigned i = 0; i < kWalkedFiles; ++i)
+    for (unsigned i = 0; i < gWalkedFiles; ++i)
         ::CloseHandle (::CreateFileW ((directory + L"file" + std::to_wstring (i) + L".txt").c_str (), GENERIC_WRITE, 0,
             NULL, CREATE_ALWAYS, 0, NULL));
     const std::wstring pattern = directory + L"*";
@@ -66,12 +72,14 @@ int main ()
     options.fOperationsPerBatch = 1;
     std::pair<double, double> walk = SkerryBench::AlternatingMedians ([&] { LibraryWalk (pattern); },
         [&] { RawWalk (pattern); }, options);
-    SkerryBench::Report ("walk of 10,000: WildCardExpander vs FindNextFileW", walk.first, walk.second, 1.05);
+    std::string walkName = "walk of " + std::to_string (gWalkedFiles) + ": WildCardExpander vs FindNextFileW";
+    SkerryBench::Report (walkName.c_str (), walk.first, walk.second, 1.05);
     std::pair<double, double> temporary = SkerryBench::AlternatingMedians (
-        [] { for (unsigned i = 0; i < kTemporaryFiles; ++i) Skerry::TempFilePath file; },
-        [] { for (unsigned i = 0; i < kTemporaryFiles; ++i) RawTemporaryFile (); }, options);
-    SkerryBench::Report ("1,000 files: TempFilePath vs the raw calls", temporary.first, temporary.second, 1.10);
-    for (unsigned i = 0; i < kWalkedFiles; ++i)
+        [] { for (unsigned i = 0; i < gTemporaryFiles; ++i) Skerry::TempFilePath file; },
+        [] { for (unsigned i = 0; i < gTemporaryFiles; ++i) RawTemporaryFile (); }, options);
+    std::string temporaryName = std::to_string (gTemporaryFiles) + " files: TempFilePath vs the raw calls";
+    SkerryBench::Report (temporaryName.c_str (), temporary.first, temporary.second, 1.10);
+    for (unsigned i = 0; i < gWalkedFiles; ++i)
         ::DeleteFileW ((directory + L"file" + std::to_wstring (i) + L".txt").c_str ());
     ::RemoveDirectoryW (directory.c_str ());
     return 0;

@@ -131,6 +131,7 @@ TEST_F (Paths, TemporaryPathFailures)
 
     // As Windows answers: the size needed, terminator included. "." keeps the same directory.
     std::wstring longPath = TempDirectoryPath ();
+    longPath.resize (longPath.length () - 13);
     for (int i = 0; i < 150; ++i)
         longPath += L".\\";
     tempPath.Replace ([&] (DWORD room, LPWSTR buffer) -> DWORD {
