@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <map>
 #include <regex>
+#include <vector>
 
 using SkerryTest::Failure;
 
@@ -28,6 +29,8 @@ struct Probe : Skerry::DynamicPointerArray<int> {
     void AddBlocks (std::map<void *, long> & times) { for (int & value : *this) times.emplace (&value, 0); }
     using DynamicPointerArray::InsertBlock;
     using DynamicPointerArray::DeleteHelper;
+    using DynamicPointerArray::dpa;
+    using DynamicPointerArray::count;
 };
 
 // Counts the library's calls to free by address, holding each block back until the test ends so
@@ -120,4 +123,23 @@ TEST (DynamicPointerArray, ReleaseStep)
     EXPECT_EQ (deleteAll.Calls (), 0u);
     EXPECT_EQ (Failure ([] { Probe::DeleteHelper (NULL, NULL); }),
         "assertion failed: dpaCPP | Skerry::DynamicPointerArrayBase::DeleteHelper | DynamicPointerArray");
+}
+
+// 100,000 insertions and a thousand removals through the typed array, against a vector that does
+// the same: the entries and both counts agree throughout.
+TEST (DynamicPointerArray, ManyInsertionsAndRemovals)
+{
+    Probe array ({});
+    std::vector<int> model;
+    for (int value = 0; value < 100000; ++value) {
+        unsigned int index = value % 100 == 0 ? array.size () / 2 : array.size ();
+        array.Insert (index, value);
+        model.insert (model.begin () + index, value);
+    }
+    for (unsigned int index = 0; index < 1000; ++index) {
+        array.Remove (index * 97);
+        model.erase (model.begin () + index * 97);
+    }
+    EXPECT_EQ (std::vector<int> (array.begin (), array.end ()), model);
+    EXPECT_EQ (DPA_GetPtrCount (array.dpa), int (array.count));
 }
