@@ -48,7 +48,9 @@ TEST_F (FileTest, Streams)
     Stream big (Make (L"big"), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING, 0, true);
     EXPECT_EQ (big.SetPointer (k4GiB + 10, FILE_BEGIN), k4GiB + 10);
     EXPECT_EQ (big.Write ("xyz", 3), 3ul);
+    EXPECT_EQ (big.GetPointer (), k4GiB + 13);
 
+    EXPECT_EQ (Failure ([&] { Open (fMissing); }), "Win32 2 | Skerry::File::Handle::Handle | File");
     Stream stream = Open (Make (L"ten", "0123456789"));
     // Wine's file system keeps no object identifiers: its answer is raised as it is.
     EXPECT_EQ (Failure ([&] { stream.CreateOrGetObjectID (); }), "Win32 50 | Skerry::File::CreateOrGetObjectID | File");
@@ -144,7 +146,8 @@ TEST_F (FileTest, Mappings)
     EXPECT_EQ (map (path, FILE_READ_DATA, true), "Win32 8 | Skerry::File::MappingBase::Construct | File");
     unmap.Replace ([&] (const void * view) { unmap.Original (view); ::SetLastError (487); return FALSE; });
     EXPECT_EQ (Failure ([&] { Mapping { path }; }), "Win32 487 | Skerry::File::MappingBase::~MappingBase | File");
-    EXPECT_EQ (Failure ([&] { Mapping (path).Close (); }), "Win32 487 | Skerry::File::MappingBase::~MappingBase | File");
+    Mapping mapping (path);    // kept past its failed Close, which still closes both handles
+    EXPECT_EQ (Failure ([&] { mapping.Close (); }), "Win32 487 | Skerry::File::MappingBase::~MappingBase | File");
     EXPECT_EQ (unmap.Calls (), 10u);    // one for each view, the replaced one and the temporary's included
     EXPECT_EQ (close.Calls (), 26u);    // the file and mapping of each of twelve, the file of two refused
 }
