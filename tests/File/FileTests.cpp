@@ -154,10 +154,9 @@ TEST_F (FileTest, Mappings)
 
 TEST_F (FileTest, AttributesChangeOnlyWhenNeeded)
 {
-    std::wstring path = Make (L"attributes");
     EXPECT_EQ (Failure ([&] { Attributes { fMissing }; }), "Win32 2 | Skerry::File::Attributes::Attributes | File");
+    Attributes attributes (Make (L"attributes").c_str ());
     SKERRY_INTERPOSE (set, "KERNEL32.dll", SetFileAttributesW);
-    Attributes attributes (path.c_str ());
     EXPECT_FALSE (attributes.EnsureFlagsAreSet (FILE_ATTRIBUTE_ARCHIVE));
     EXPECT_EQ (set.Calls (), 0u);
     set.Fail (FALSE, 5);
