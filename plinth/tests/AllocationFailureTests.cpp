@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <functional>
 
+using namespace PlinthTest;
+
 extern "C" void * __libc_malloc (std::size_t size);
 extern "C" void * __libc_calloc (std::size_t count, std::size_t size);
 extern "C" void * __libc_realloc (void * block, std::size_t size);
@@ -36,25 +38,6 @@ void * Counted (void * block)
     return block;
 }
 
-}
-
-extern "C" {
-
-void * malloc (std::size_t size) { return Refused () ? nullptr : Counted (__libc_malloc (size)); }
-void * calloc (std::size_t count, std::size_t size) { return Refused () ? nullptr : Counted (__libc_calloc (count, size)); }
-void * realloc (void * block, std::size_t size) { return block == nullptr ? malloc (size) : Refused () ? nullptr : __libc_realloc (block, size); }
-
-void free (void * block)
-{
-    sInjection.fBlocks -= block != nullptr ? 1 : 0;
-    __libc_free (block);
-}
-
-}
-
-using namespace PlinthTest;
-
-namespace {
 
 // One public operation: made ready before each call (not injected), called, and seen afterwards.
 struct Operation {
@@ -67,12 +50,12 @@ struct Operation {
 };
 
 // The reason that the calls which give one gave last, held across calls as a caller's scope would.
-Owned<PLStringRef> * sError = nullptr;
+Owned<PLStringRef> sError;
 
 // The live objects and blocks, but for that reason (one object, one block).
 std::pair<long, long> Held ()
 {
-    long reason = sError->Get () != nullptr ? 1 : 0;
+    long reason = sError.Get () != nullptr ? 1 : 0;
     return { long (PLDebugGetLiveObjectCount ()) - reason, sInjection.fBlocks - reason };
 }
 
@@ -86,7 +69,7 @@ void Sweep (Operation const & operation, bool failAfter)
     Owned<PLTypeRef> expected (operation.fCall ()), expectedSeen (operation.fSeen ());
     ASSERT_NE (expected.Get (), nullptr) << operation.fName;
     for (long n = 1; Failures () == failures; ++n) {
-        std::string at = operation.fName + std::string (failAfter ? ", every allocation from " : ", allocation ") + std::to_string (n);
+        SCOPED_TRACE (operation.fName + std::string (failAfter ? ", every allocation from " : ", allocation ") + std::to_string (n));
         operation.fPrepare ();
         Owned<PLTypeRef> before (operation.fSeen ());
         std::pair<long, long> held = Held ();
@@ -101,19 +84,19 @@ void Sweep (Operation const & operation, bool failAfter)
         }
         sInjection.fFailAt = 0;
         bool refused = sInjection.fCount >= n;
-        EXPECT_FALSE (thrown) << at << ": a C++ exception left the call";
-        EXPECT_TRUE (result == nullptr || PLEqual (result, expected)) << at << ": a part of the result is missing";
+        EXPECT_FALSE (thrown) << "a C++ exception left the call";
+        EXPECT_TRUE (result == nullptr || PLEqual (result, expected)) << "a part of the result is missing";
         bool failed = result == nullptr;
         PLRelease (result);
         bool clean = Held () == held;
         Owned<PLTypeRef> seen (operation.fSeen ());
         if (operation.fVoid)
             failed = ! PLEqual (seen, expectedSeen);
-        EXPECT_TRUE (! failed || refused) << at << ": failed with memory to spare";
+        EXPECT_TRUE (! failed || refused) << "failed with memory to spare";
         EXPECT_TRUE (PLEqual (seen, failed ? before : expectedSeen))
-            << at << (failed ? ": failed, and changed what is seen" : ": succeeded, but not all of it is seen");
-        EXPECT_TRUE (clean || (! failed && operation.fKeeps)) << at << ": objects or memory left";
-        EXPECT_TRUE (refused || n > 1) << at << ": the call allocates nothing";
+            << (failed ? "failed, and changed what is seen" : "succeeded, but not all of it is seen");
+        EXPECT_TRUE (clean || (! failed && operation.fKeeps)) << "objects or memory left";
+        EXPECT_TRUE (refused || n > 1) << "the call allocates nothing";
         if (! refused)
             break;
     }
@@ -140,12 +123,24 @@ PLDictionaryRef Document ()
 
 }
 
+extern "C" {
+
+void * malloc (std::size_t size) { return Refused () ? nullptr : Counted (__libc_malloc (size)); }
+void * calloc (std::size_t count, std::size_t size) { return Refused () ? nullptr : Counted (__libc_calloc (count, size)); }
+void * realloc (void * block, std::size_t size) { return block == nullptr ? malloc (size) : Refused () ? nullptr : __libc_realloc (block, size); }
+
+void free (void * block)
+{
+    sInjection.fBlocks -= block != nullptr ? 1 : 0;
+    __libc_free (block);
+}
+
+}
+
 TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
 {
     ScratchPreferences scratch;
     NoLeaks noLeaks;
-    Owned<PLStringRef> error;
-    sError = &error;
     Owned<PLDictionaryRef> document (Document ());
     PLIndex count = PLDictionaryGetCount (document);
     std::vector<void const *> keys (std::size_t (count) * 2);
@@ -162,10 +157,10 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
         PLPreferencesSetAppValue (static_cast<PLStringRef> (keys [std::size_t (i)]), keys [std::size_t (count + i)], application);
     ASSERT_TRUE (PLPreferencesAppSynchronize (application));
     auto read = [&] (PLDataRef data, PLOptionFlags options) {
-        return [&, data, options] { return PLPropertyListCreateWithData (nullptr, data, options, nullptr, error.Out ()); };
+        return [&, data, options] { return PLPropertyListCreateWithData (nullptr, data, options, nullptr, sError.Out ()); };
     };
     auto write = [&] (PLPropertyListFormat format) {
-        return [&, format] { return PLTypeRef (PLPropertyListCreateData (nullptr, document, format, 0, error.Out ())); };
+        return [&, format] { return PLTypeRef (PLPropertyListCreateData (nullptr, document, format, 0, sError.Out ())); };
     };
     auto effect = [] (std::function<void ()> call) {   // a call that says nothing
         return [call] { call (); return PLTypeRef (kPLBooleanTrue); };
@@ -189,7 +184,6 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
         { "PLPropertyListCreateData binary", write (kPLPropertyListBinaryFormat) },
         { "PLPropertyListCreateData XML", write (kPLPropertyListXMLFormat) },
         { "PLCopyDescription", [&] { return PLTypeRef (PLCopyDescription (document)); } },
-        { "PLPreferencesCopyAppValue", [&] { return PLPreferencesCopyAppValue (PLSTR ("key1"), application); } },
         { "PLPreferencesSetAppValue", effect ([&] { PLPreferencesSetAppValue (PLSTR ("changed"), document, fresh); }),
         [&] { return PLPreferencesCopyAppValue (PLSTR ("changed"), fresh); }, [&] {   // a new application: the call makes its record
             PLPreferencesSetAppValue (PLSTR ("changed"), nullptr, fresh);   // no copy stays pending
@@ -210,5 +204,6 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
     for (Operation const & operation : operations)
         for (bool failAfter : { false, true })
             Sweep (operation, failAfter);
+    sError.Out ();   // releases the last reason
     PLPreferencesSetAppValue (PLSTR ("changed"), nullptr, fresh);
 }
