@@ -166,8 +166,6 @@ TEST (AllocationFailure, EveryOperationFailsWholeOrSucceedsWhole)
         return [call] { call (); return PLTypeRef (kPLBooleanTrue); };
     };
     Operation const operations [] = {
-        { "PLStringCreateWithCString", [] { return PLTypeRef (CreateString (u8"\u00E4 text")); } },
-        { "PLDictionaryCreateMutableCopy", [&] { return PLTypeRef (PLDictionaryCreateMutableCopy (nullptr, 0, document)); } },
         { "PLDictionarySetValue", effect ([&] { PLDictionarySetValue (dictionary, added, added); }),
         [&] { return PLTypeRef (PLDictionaryCreateCopy (nullptr, dictionary)); }, [&] {   // the 25th entry grows its table
             *dictionary.Out () = PLDictionaryCreateMutableCopy (nullptr, 0, document);
