@@ -140,7 +140,6 @@ TEST_F (Library, Resources)
     EXPECT_EQ (library.GetResource (MAKEINTRESOURCEW (200), MAKEINTRESOURCEW (10), 0x409), data);
     EXPECT_EQ (std::memcmp (library.GetResource (L"DATA", L"BLOB", 0), "named", 6), 0);
     EXPECT_EQ (library.GetVersion (), 0x0001000200030004u);
-    ::SetLastError (0xDEAD);
     EXPECT_EQ (Failure ([&] { library.GetResource (201, 10, 0); }), "Win32 1814 | Skerry::LoadedLibrary::GetResource | Utilities");
     EXPECT_EQ (Failure ([&] { library.GetResource (L"DATA", L"NONE", 0); }),
         "Win32 1813 | Skerry::LoadedLibrary::GetResource | Utilities");
@@ -237,10 +236,10 @@ TEST_F (ImageFile, Directories)
             for (std::size_t at; (at = lines.find ('%')) != std::string::npos;)
                 lines.replace (at, 1, std::string (path.begin (), path.end ()));
             for (bool verbose : { true, false }) {
-                EXPECT_EQ (Stderr ([&] {
+                EXPECT_EQ (Stderr ([&] { EXPECT_EQ (Failure ([&] {
                     listed = Listed (bounded ? ExecutableImageFile (path.c_str (), ExecutableImageFile::kBoundedByImage, verbose)
                         : ExecutableImageFile (path.c_str (), verbose));
-                }), verbose ? lines : "") << bounded;
+                }), "nothing thrown"); }), verbose ? lines : "") << bounded;
                 EXPECT_EQ (listed, bounded && row.bounded ? row.bounded : row.strict) << bounded;
             }
         }
@@ -294,13 +293,8 @@ TEST_F (ImageFile, ReleaseFailureAndMisuse)
         ASSERT_EQ (release.Calls (), 1u);
         EXPECT_TRUE (::FreeLibrary (std::get<0> (release.CallArguments () [0])));
     }
-    try {
-        ExecutableImageFile (path.c_str (), false).GetImportLibrary (3);
-        ADD_FAILURE () << "no out_of_range";
-    }
-    catch (const std::out_of_range & e) {
-        EXPECT_STREQ (e.what (), "invalid vector<T> subscript");
-    }
+    EXPECT_STREQ (SkerryTest::Caught<std::out_of_range> ([&] {
+        ExecutableImageFile (path.c_str (), false).GetImportLibrary (3); }).what (), "invalid vector<T> subscript");
     SkerryTest::ExpectAssertion ([] { ExecutableImageFile::ImportLibrary (); }, "assertion failed: false",
         "Skerry::ExecutableImageFile::ImportLibrary::ImportLibrary", "LibSkerry/ExecutableImageFile");
 }
