@@ -162,14 +162,13 @@ TEST_F (Library, BuffersGrow)
     });
     EXPECT_EQ (library.GetString (1), std::wstring (148, L'a'));
     EXPECT_EQ (library.GetString (2), std::wstring (149, L'b'));
-    EXPECT_EQ (library.GetString (3), L"short");
     EXPECT_EQ (library.GetPath (), std::wstring (450, L'p'));
     std::string sizes;
     for (const auto & call : loadString.CallArguments ())
         sizes += std::to_string (std::get<3> (call)) + " ";
     for (const auto & call : fileName.CallArguments ())
         sizes += std::to_string (std::get<2> (call)) + " ";
-    EXPECT_EQ (sizes, "150 150 300 150 300 600 ");
+    EXPECT_EQ (sizes, "150 150 300 300 600 ");
 }
 
 // A reference taken from an address is given back: once both objects are gone, the library is.

@@ -1,5 +1,4 @@
-// Built as ResourceLibrary.dll, which exists for its resources (the function gives LoadedLibrary an
-// address inside it), and as Absent.dll, which Dependent.dll imports and no search finds.
+// ResourceLibrary.dll and Absent.dll: an address inside a DLL for LoadedLibrary, an import for Dependent.dll.
 __declspec (dllexport) int Marker (void)
 {
     return 42;
