@@ -41,12 +41,12 @@ int main (int, char ** argv)
     std::vector<SkerryTest::ImageWriter> seeds (3);
     for (SkerryTest::ImageWriter & writer : seeds) {
         std::uint32_t alpha = writer.Name ("alpha.dll"), beta = writer.Name ("beta.dll");
-        writer.Imports ({ alpha, beta });
+        writer.Imports ({ { 0, alpha }, { 0, beta } });
         writer.DelayLoads ({ { 1, beta }, { 0, alpha } });
     }
     seeds [1].fImport [1] = 30;
     seeds [2].PadTo (2 * SkerryTest::ImageWriter::kPage - 20);
-    seeds [2].Imports ({ 0x1000 }, false);
+    seeds [2].Imports ({ { 0, 0x1000 } }, false);
     for (std::size_t i = 0; i < seeds.size (); ++i) {
         std::vector<std::uint8_t> bytes = seeds [i].File ();
         std::FILE * file = std::fopen ((std::string (argv [1]) + "/seed" + std::to_string (i)).c_str (), "wb");

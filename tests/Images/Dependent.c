@@ -1,7 +1,7 @@
 // Imports Absent.dll, which no search finds.
-int Absent (void);
+int Marker (void);
 
 __declspec (dllexport) int Dependent (void)
 {
-    return Absent ();
+    return Marker ();
 }

@@ -16,9 +16,10 @@ namespace SkerryTest {
 
 class ImageWriter {
 public:
+    using Entries = std::vector<std::pair<std::uint32_t, std::uint32_t>>;     // (first field, name RVA)
+
     static constexpr std::uint32_t kPage = 0x1000;
     static constexpr std::uint32_t kHeaders = 0x40;     // e_lfanew
-    static constexpr std::uint32_t kNoName = 0;
 
     std::uint16_t fDOSMagic = 0x5A4D;
     std::uint32_t fRvaAndSizes = 16;
@@ -28,39 +29,18 @@ public:
     // Puts `size` bytes at the end of the section; gives their RVA.
     std::uint32_t Put (const void * bytes, std::size_t size)
     {
-        std::uint32_t rva = kPage + std::uint32_t (fSection.size ());
-        fSection.insert (fSection.end (), static_cast<const std::uint8_t *> (bytes),
-            static_cast<const std::uint8_t *> (bytes) + size);
-        return rva;
+        const std::uint8_t * begin = static_cast<const std::uint8_t *> (bytes);
+        fSection.insert (fSection.end (), begin, begin + size);
+        return kPage + std::uint32_t (fSection.size () - size);
     }
     std::uint32_t Name (const std::string & name) { return Put (name.c_str (), name.size () + 1); }
     // Zeros up to `rva`, so that what comes next ends where a test wants it.
     void PadTo (std::uint32_t rva) { fSection.resize (rva - kPage); }
 
-    // An import table of these name RVAs and a terminator (unless `terminated` is false); it
-    // becomes directory 1, its Size exact.
-    std::uint32_t Imports (const std::vector<std::uint32_t> & names, bool terminated = true)
-    {
-        std::uint32_t table = kPage + std::uint32_t (fSection.size ());
-        for (std::uint32_t name : names)
-            Descriptor (20, 12, name, 0);
-        if (terminated)
-            Descriptor (20, 12, kNoName, 0);
-        fImport [0] = table;
-        fImport [1] = std::uint32_t (fSection.size ()) + kPage - table;
-        return table;
-    }
-    // A delay-load table of (attributes, name RVA) and a terminator; directory 13.
-    std::uint32_t DelayLoads (const std::vector<std::pair<std::uint32_t, std::uint32_t>> & entries)
-    {
-        std::uint32_t table = kPage + std::uint32_t (fSection.size ());
-        for (const auto & entry : entries)
-            Descriptor (32, 4, entry.second, entry.first);
-        Descriptor (32, 4, kNoName, 0);
-        fDelayLoad [0] = table;
-        fDelayLoad [1] = std::uint32_t (fSection.size ()) + kPage - table;
-        return table;
-    }
+    // An import table (directory 1) or a delay-load table (directory 13) of these entries, ended by an
+    // empty descriptor unless `terminated` is false.
+    void Imports (const Entries & entries, bool terminated = true) { Table (fImport, 5, 3, entries, terminated); }
+    void DelayLoads (const Entries & entries) { Table (fDelayLoad, 8, 1, entries, true); }
 
     std::uint32_t SizeOfImage () const { return kPage + Aligned (std::uint32_t (fSection.size ())); }
 
@@ -92,12 +72,21 @@ public:
 private:
     static std::uint32_t Aligned (std::uint32_t size) { return (size + kPage - 1) / kPage * kPage; }
 
-    void Descriptor (std::uint32_t size, std::uint32_t nameField, std::uint32_t name, std::uint32_t attributes)
+    // Descriptors of `words` 32-bit words, the first field in word 0 and the name in `nameWord`; the
+    // directory gets the table's RVA and exact Size.
+    void Table (std::uint32_t (& directory) [2], std::size_t words, std::size_t nameWord, const Entries & entries,
+        bool terminated)
     {
-        std::vector<std::uint8_t> descriptor (size);
-        std::memcpy (&descriptor [0], &attributes, 4);
-        std::memcpy (&descriptor [nameField], &name, 4);
-        Put (descriptor.data (), size);
+        directory [0] = kPage + std::uint32_t (fSection.size ());
+        for (std::size_t i = 0; i < entries.size () + terminated; ++i) {
+            std::vector<std::uint32_t> descriptor (words);
+            if (i < entries.size ()) {
+                descriptor [0] = entries [i].first;
+                descriptor [nameWord] = entries [i].second;
+            }
+            Put (descriptor.data (), 4 * words);
+        }
+        directory [1] = kPage + std::uint32_t (fSection.size ()) - directory [0];
     }
 
     std::vector<std::uint8_t> fSection;
