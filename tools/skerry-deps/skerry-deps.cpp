@@ -14,6 +14,8 @@
 #include <LibSkerry/ExecutableImageFile>
 #include <LibSkerry/Exceptions>
 
+#include "LibraryFailure.h"
+
 #include <cstdio>
 #include <cwchar>
 #include <new>
@@ -52,22 +54,14 @@ std::wstring Wide (const std::string & text)
     return result;
 }
 
-// The caught exception as one line on standard error.
+// The caught exception as one line on standard error, worded as every tool words the library's
+// failures.
 void Report (const std::wstring & file)
 {
     std::fflush (stdout);
     std::string text;
     try {
-        throw;
-    }
-    catch (const Skerry::Exceptions::String & e) {
-        text = std::string (e.fFunction) + ": " + e.fMessage;
-    }
-    catch (const Skerry::Exceptions::Win32 & e) {
-        text = std::string (e.fFunction) + ": Win32 error " + std::to_string (e.fCode);
-    }
-    catch (const Skerry::Exceptions::Skerry & e) {
-        text = std::string (e.fFunction) + ": Skerry error " + std::to_string (e.fCode);
+        text = SkerryTool::LibraryFailureText ();
     }
     catch (const std::exception & e) {
         text = e.what ();
