@@ -20,7 +20,6 @@
 using Skerry::Registry::Key;
 using Skerry::Registry::SubKeys;
 using Skerry::Exceptions::Win32;
-using SkerryTest::ExpectAssertion;
 using SkerryTest::Failure;
 
 namespace {
@@ -135,47 +134,44 @@ TEST_F (RegistryTest, StrictReads)
         DWORD type;
         std::wstring stored;
         DWORD size;
-        std::wstring read;    // or, with a code or assertion, what the read raises
-        unsigned long code;
-        const char * assertion;
-        unsigned long dwordCode;    // what the REG_DWORD read raises
+        std::wstring read;    // unless the read raises `failure`
+        const char * failure;
+        const char * dwordFailure;    // of the REG_DWORD read, which gives 0x12345678 if there is none
     } const rows [] = {
-        { L"plain", REG_SZ, std::wstring (L"abc", 4), 8, L"abc", 0, nullptr, 234 },
-        { L"zeros", REG_SZ, std::wstring (L"ab\0\0", 4), 8, std::wstring (L"ab\0", 3), 0, nullptr, 234 },
-        { L"none", REG_SZ, L"", 0, L"", 0, nullptr, 87 },
-        { L"empty", REG_SZ, std::wstring (L"", 1), 2, L"", 0, nullptr, 87 },
-        { L"short", REG_SZ, std::wstring (L"a", 2), 4, L"a", 0, nullptr, 87 },
+        { L"plain", REG_SZ, std::wstring (L"abc", 4), 8, L"abc", nullptr, "Win32 234" },
+        { L"zeros", REG_SZ, std::wstring (L"ab\0\0", 4), 8, std::wstring (L"ab\0", 3), nullptr, "Win32 234" },
+        { L"none", REG_SZ, L"", 0, L"", nullptr, "Win32 87" },
+        { L"empty", REG_SZ, std::wstring (L"", 1), 2, L"", nullptr, "Win32 87" },
+        { L"short", REG_SZ, std::wstring (L"a", 2), 4, L"a", nullptr, "Win32 87" },
         // Unterminated: the unit after the counted data is not zero, or the platform would add one.
-        { L"open", REG_SZ, L"abcX", 6, L"", 234, nullptr, 234 },
-        { L"openShort", REG_SZ, L"abX", 4, L"", 234, nullptr, 234 },
-        { L"expandOpen", REG_EXPAND_SZ, L"abcX", 6, L"ab", 0, nullptr, 234 },
-        { L"expand", REG_EXPAND_SZ, std::wstring (L"%SKERRY_REGISTRY_TEST%!", 24), 48, L"expanded!", 0, nullptr, 234 },
-        { L"odd", REG_SZ, L"abcd", 7, L"", 0, "assertion failed: 0 == bufferSize % sizeof (WCHAR)", 234 },
-        { L"number", REG_DWORD, L"\x5678\x1234", 4, L"", 0, typeAssertion, 0 },
-        { L"bytes", REG_BINARY, L"ab", 4, L"", 0, typeAssertion, 87 },
+        { L"open", REG_SZ, L"abcX", 6, L"", "Win32 234", "Win32 234" },
+        { L"openShort", REG_SZ, L"abX", 4, L"", "Win32 234", "Win32 234" },
+        { L"expandOpen", REG_EXPAND_SZ, L"abcX", 6, L"ab", nullptr, "Win32 234" },
+        { L"expand", REG_EXPAND_SZ, std::wstring (L"%SKERRY_REGISTRY_TEST%!", 24), 48, L"expanded!", nullptr, "Win32 234" },
+        { L"odd", REG_SZ, L"abcd", 7, L"", "assertion failed: 0 == bufferSize % sizeof (WCHAR)", "Win32 234" },
+        { L"number", REG_DWORD, L"\x5678\x1234", 4, L"", typeAssertion, nullptr },
+        { L"bytes", REG_BINARY, L"ab", 4, L"", typeAssertion, "Win32 87" },
     };
     for (const Row & row : rows)
         SetRaw (row.name, row.type, row.stored.data (), row.size);
     for (const Row & row : rows) {
-        std::string trace = std::string (row.name, row.name + std::wcslen (row.name));
-        if (row.assertion != nullptr)
-            ExpectAssertion ([&] { fRoot.GetValue (row.name); }, row.assertion, get, "Utilities");
-        else if (row.code != 0)
-            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (row.name); }, get), row.code) << trace;
+        SCOPED_TRACE (std::string (row.name, row.name + std::wcslen (row.name)));
+        if (row.failure != nullptr)
+            EXPECT_EQ (Failure ([&] { fRoot.GetValue (row.name); }), Site (row.failure, "Key::GetValue"));
         else
-            EXPECT_EQ (fRoot.GetValue (row.name), row.read) << trace;
+            EXPECT_EQ (fRoot.GetValue (row.name), row.read);
         unsigned long number = 0;
-        if (row.dwordCode != 0)
-            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (row.name, number); }, get), row.dwordCode) << trace;
-        else
-            EXPECT_EQ ((fRoot.GetValue (row.name, number), number), 0x12345678ul);
+        EXPECT_EQ (Failure ([&] { fRoot.GetValue (row.name, number); }),
+            row.dwordFailure != nullptr ? Site (row.dwordFailure, "Key::GetValue") : "nothing thrown");
+        if (row.dwordFailure == nullptr)
+            EXPECT_EQ (number, 0x12345678ul);
     }
     wchar_t buffer [8];
     unsigned long size = sizeof buffer, type = 0;
     EXPECT_EQ (fRoot.GetValue (L"open", buffer, &size, &type), DWORD (ERROR_MORE_DATA));
     EXPECT_EQ (size + type, 6ul + REG_SZ);
     EXPECT_EQ (fRoot.GetValue (L"missing", buffer, &size, nullptr), DWORD (ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"missing"); }, "Skerry::Registry::Key::GetValueSize"), 2ul);
+    EXPECT_EQ (Failure ([&] { fRoot.GetValue (L"missing"); }), Site ("Win32 2", "Key::GetValueSize"));
     for (const wchar_t * name : { static_cast<const wchar_t *> (nullptr), L"" }) {
         EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (name); }, get), 87ul);
         EXPECT_EQ (Win32Code ([&] { fRoot.ValueExists (name, nullptr); }, get), 87ul);
@@ -188,20 +184,19 @@ TEST_F (RegistryTest, ChangeBetweenPasses)
 {
     fRoot.SetValue (L"v", L"abc");
     SKERRY_INTERPOSE (query, "ADVAPI32.dll", RegQueryValueExW);
-    const char * get = "Skerry::Registry::Key::GetValue";
-    struct Row {
+    const struct {
         LONG result;
         DWORD size, type;
-        const char * assertion;    // or Win32 `result`
-    } const rows [] = {
-        { ERROR_MORE_DATA, 10, REG_SZ, nullptr },    // grew
-        { ERROR_FILE_NOT_FOUND, 0, REG_SZ, nullptr },    // deleted
+        const char * failure;
+    } rows [] = {
+        { ERROR_MORE_DATA, 10, REG_SZ, "Win32 234" },    // grew
+        { ERROR_FILE_NOT_FOUND, 0, REG_SZ, "Win32 2" },    // deleted
         // REG_EXPAND_SZ: no terminator test in the raw read, which would come first.
         { ERROR_SUCCESS, 7, REG_EXPAND_SZ, "assertion failed: 0 == actualSize % sizeof (WCHAR)" },
         { ERROR_SUCCESS, 10, REG_EXPAND_SZ, "assertion failed: actualSize <= bufferSize" },
         { ERROR_SUCCESS, 8, REG_BINARY, "assertion failed: type == REG_SZ || type == REG_EXPAND_SZ" },
     };
-    for (const Row & row : rows) {
+    for (const auto & row : rows) {
         query.Replace ([&] (HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) {
             LONG result = query.Original (key, name, reserved, type, data, size);
             if (data == nullptr)
@@ -210,10 +205,7 @@ TEST_F (RegistryTest, ChangeBetweenPasses)
             *type = row.type;
             return row.result;
         });
-        if (row.assertion != nullptr)
-            ExpectAssertion ([&] { fRoot.GetValue (L"v"); }, row.assertion, get, "Utilities");
-        else
-            EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"v"); }, get), DWORD (row.result));
+        EXPECT_EQ (Failure ([&] { fRoot.GetValue (L"v"); }), Site (row.failure, "Key::GetValue"));
     }
 }
 
