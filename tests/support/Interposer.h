@@ -157,4 +157,9 @@ SKERRY_INTERPOSER_FOR (__cdecl)
     struct variable##Tag {}; \
     ::SkerryTest::Interposer<variable##Tag, decltype (::function)> variable (dll, #function, module)
 
+// A case for a table of failures: runs the statement while `function` fails as the arguments of
+// Fail, in parentheses, say.
+#define SKERRY_FAILING(dll, function, fail, ...) \
+    [&] { SKERRY_INTERPOSE (failing, dll, function); failing.Fail fail; __VA_ARGS__; }
+
 #endif
