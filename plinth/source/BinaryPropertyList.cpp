@@ -90,8 +90,10 @@ private:
     uint64_t fCount = 0;
     uint64_t fTop = 0;
     uint64_t fTableStart = 0;
-    // Each object decoded and shareable, not counted, and kOnPath for those being decoded: a
-    // reference to one of them is a cycle.
+    // Each object decoded and shareable, with a reference of the reader's own, and kOnPath for
+    // those being decoded: a reference to one of them is a cycle. The reader's reference keeps an
+    // object alive when the result lets go of it (a dictionary with a key twice keeps only the
+    // last value), so that a later reference to it never meets a freed object.
     Scratch<PLTypeRef> fDecoded;
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
@@ -106,6 +108,9 @@ PLTypeRef const kOnPath = &kOnPathMark;
 
 BinaryReader::~BinaryReader ()
 {
+    for (uint64_t i = 0; fDecoded.Items () != nullptr && i < fCount; ++i)
+        if (fDecoded [i] != nullptr && fDecoded [i] != kOnPath)
+            PLRelease (fDecoded [i]);
     std::free (fStack);
 }
 
@@ -200,7 +205,7 @@ PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
         return Fail ("reference cycle", offset);
     fDecoded [index] = kOnPath;
     PLTypeRef value = Decode (index, offset, depth);
-    fDecoded [index] = value != nullptr && Shareable (value) ? value : nullptr;
+    fDecoded [index] = value != nullptr && Shareable (value) ? PLRetain (value) : nullptr;
     return value;
 }
 
