@@ -59,32 +59,24 @@ Caught CatchWith (Raise raise)
 TEST (Catching, EachKindHasItsClause)
 {
     const long kFail = long (0x80004005);
-    const struct {
-        void (* fRaise) ();
-        std::string fDescribed;    // type|message|function|file|line
-        long fResult, fTranslated;
-        std::string fThrown, fCaught;
-    } cases [] = {
+    // What the code kinds log as thrown and as caught.
+    auto thrown = [] (const std::string & what, const char * line) {
+        return "Thrower: throwing exception due to " + what + " on line " + line + " of file ThrowSource"; };
+    auto logged = [] (const std::string & what, const char * line) { return "Catcher: caught " + what + " exception on line "
+        "77 of file CatchSource;\nthrown from function Thrower on line " + line + " of file ThrowSource; stack trace:\n"; };
+    const struct { void (* fRaise) (); std::string fDescribed; long fResult, fTranslated; std::string fThrown, fCaught; } cases [] = {
         { [] { ThrowStringFunc ("Thrower", "ThrowSource", -1, "broken"); }, "String|broken|Thrower|ThrowSource|4294967295",
           kFail, kFail, "Thrower: throwing exception from line 4294967295 of file ThrowSource: broken",
           "Catcher: caught String exception on line 77 of file CatchSource;\nthrown from function Thrower on line 4294967295 of "
           "file ThrowSource:\n\tbroken\nstack trace:\n" },
         { [] { ThrowSkerryErrorFunc ("Thrower", "ThrowSource", 13, 18); }, "Skerry||Thrower|ThrowSource|13", kFail, kFail,
-          "Thrower: throwing exception due to Skerry error 18 on line 13 of file ThrowSource",
-          "Catcher: caught Skerry error 18 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 13 "
-          "of file ThrowSource; stack trace:\n" },
+          thrown ("Skerry error 18", "13"), logged ("Skerry error 18", "13") },
         { [] { ThrowWin32ErrorFunc ("Thrower", "ThrowSource", 14, 2); }, "Win32||Thrower|ThrowSource|14", long (0x80070002),
-          long (0x80070002), "Thrower: throwing exception due to Win32 error 2 on line 14 of file ThrowSource",
-          "Catcher: caught Win32 error 2 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 14 "
-          "of file ThrowSource; stack trace:\n" },
+          long (0x80070002), thrown ("Win32 error 2", "14"), logged ("Win32 error 2", "14") },
         { [] { ThrowErrnoFunc ("Thrower", "ThrowSource", -1, 22); }, "Errno||Thrower|ThrowSource|4294967295", kFail, kFail,
-          "Thrower: throwing exception due to errno 22 on line -1 of file ThrowSource",
-          "Catcher: caught errno 22 exception on line 77 of file CatchSource;\nthrown from function Thrower on line "
-          "4294967295 of file ThrowSource; stack trace:\n" },
+          thrown ("errno 22", "-1"), logged ("errno 22", "4294967295") },
         { [] { ThrowHRESULTFunc ("Thrower", "ThrowSource", 16, long (0x80004002)); }, "COM||Thrower|ThrowSource|16",
-          long (0x80004002), long (0x80004002), "Thrower: throwing exception due to HRESULT 0x80004002 on line 16 of file ThrowSource",
-          "Catcher: caught HRESULT 0x80004002 exception on line 77 of file CatchSource;\nthrown from function Thrower on line 16 "
-          "of file ThrowSource; stack trace:\n" },
+          long (0x80004002), long (0x80004002), thrown ("HRESULT 0x80004002", "16"), logged ("HRESULT 0x80004002", "16") },
         { [] { throw std::runtime_error ("out of luck"); }, "std|out of luck|||0", kFail, kFail, "",
           "Catcher: caught standard exception \"out of luck\" on line 77 of file CatchSource" },
         { [] { throw 42; }, "unknown||||0", kFail, long (0x8000FFFF), "", "Catcher: caught unknown exception on line 77 of file CatchSource" },

@@ -170,7 +170,7 @@ TEST (Symbolicate, NamesAndAlignsTheFramesOfTheLibraryAndTheProgram)
     EXPECT_EQ (lines [0].substr (0, 20) + "|" + lines [1].substr (0, 20), "      LibSkerry.dll |ErrorModelTests.exe ");
 }
 
-TEST (Symbolicate, ModuleRecordRefusals)
+TEST (Symbolicate, ModuleRecordRefusalsAndFramesWithoutSymbols)
 {
     LinesOf ({InLibrary ()});          // debug-help is up before the interposer
     SKERRY_INTERPOSE (module, "dbghelp.dll", SymGetModuleInfo64);
@@ -196,13 +196,11 @@ TEST (Symbolicate, ModuleRecordRefusals)
     // A frame in no module at all is such a refusal.
     e.assign ({InLibrary (), nullptr});
     EXPECT_EQ (e.Symbolicate (), "(symbolication failed)");
-}
 
-TEST (Symbolicate, FramesWithoutSymbols)
-{
+    // A frame whose symbol isn't found reads as the error.
     SKERRY_INTERPOSE (symbol, "dbghelp.dll", SymFromAddr);
     symbol.Fail (FALSE, ERROR_MOD_NOT_FOUND);
-    std::vector<std::string> lines = LinesOf ({InLibrary (), InProgram ()});
+    lines = LinesOf ({InLibrary (), InProgram ()});
     ASSERT_EQ (lines.size (), 2u);
     // Symbols are looked up from the outermost frame in.
     EXPECT_EQ (lines [0].substr (lines [0].find (" 0x") + 12), "Skerry::Exceptions::ThrowStringFunc+0x0");

@@ -14,14 +14,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
-
-#include <io.h>
 
 using Skerry::ExecutableImageFile;
 using Skerry::LoadedLibrary;
@@ -36,25 +33,13 @@ class ImageFile : public SkerryTest::HandleLeakTest {};
 const wchar_t kLibrary [] = L"ResourceLibrary.dll";
 constexpr std::uint32_t kPage = ImageWriter::kPage;
 
-// What the C runtime's stderr receives while `run` runs: fd 2 points at a file meanwhile, in
-// text mode as a console or pipe is, where wide output is converted to the code page.
+// What the C runtime's stderr receives while `run` runs (which raises nothing: failures are caught
+// inside), through a file in text mode as a console or pipe is, where wide output is converted.
 std::string Stderr (const std::function<void ()> & run)
 {
-    std::wstring path = SkerryTest::ProgramDirectory () + L"stderr.txt";
-    std::fflush (stderr);
-    FILE * capture = ::_wfopen (path.c_str (), L"w+t");
-    int saved = ::_dup (2);
-    ::_dup2 (::_fileno (capture), 2);
-    run ();     // raises nothing: failures are caught inside
-    std::fflush (stderr);
-    ::_dup2 (saved, 2);
-    ::_close (saved);
-    std::string text;
-    std::fseek (capture, 0, SEEK_SET);
-    for (int c; (c = std::fgetc (capture)) != EOF;)
-        text += char (c);
-    std::fclose (capture);
-    return text;
+    ::testing::internal::CaptureStderr ();
+    run ();
+    return ::testing::internal::GetCapturedStderr ();
 }
 
 // "gamma.dll alpha.dll*": the names in order, a star for delay-loaded ones.
@@ -87,11 +72,21 @@ std::wstring WriteImage (const std::wstring & name, void (* change) (ImageWriter
 
 }
 
-// The constructors and the destructor are inline: they call from this program, whose own import
-// slots are diverted. The compiler may keep a slot's value for later calls of the same function,
-// so nothing here calls the platform after the interposers are gone.
-TEST_F (Library, InlineFailures)
+// A reference taken from an address is given back: once both objects are gone, the library is.
+// The constructors and the destructor are inline: their failures come from this program, whose
+// own import slots are diverted. The compiler may keep a slot's value for later calls of the same
+// function, so nothing here calls the platform after the interposers are gone.
+TEST_F (Library, ReferencesAndInlineFailures)
 {
+    {
+        LoadedLibrary library (kLibrary, 0);
+        LoadedLibrary found (reinterpret_cast<int (*) ()> (::GetProcAddress (library.fModule, "Marker")));
+        EXPECT_EQ (found.fModule, library.fModule);
+        EXPECT_EQ (found.GetPath (), SkerryTest::ProgramDirectory () + kLibrary);
+    }
+    EXPECT_EQ (::GetModuleHandleW (kLibrary), nullptr);
+    EXPECT_EQ (Failure ([] { LoadedLibrary (reinterpret_cast<int (*) ()> (0x10)); }),
+        "Win32 126 | Skerry::LoadedLibrary::LoadedLibrary | LibSkerry/Utilities");
     SKERRY_INTERPOSE_IN (load, L"ImageTests.exe", "KERNEL32.dll", LoadLibraryExW);
     SKERRY_INTERPOSE_IN (find, L"ImageTests.exe", "KERNEL32.dll", GetModuleHandleExW);
     SKERRY_INTERPOSE_IN (release, L"ImageTests.exe", "KERNEL32.dll", FreeLibrary);
@@ -106,26 +101,6 @@ TEST_F (Library, InlineFailures)
     EXPECT_EQ (Failure ([&] { LoadedLibrary again (kLibrary, 0); taken = again.fModule; }),
         "Win32 6 | Skerry::LoadedLibrary::~LoadedLibrary | LibSkerry/Utilities");
     EXPECT_TRUE (::FreeLibrary (taken));
-}
-
-TEST_F (Library, PlatformFailures)
-{
-    LoadedLibrary library (kLibrary, 0);
-    SKERRY_INTERPOSE (find, "KERNEL32.dll", FindResourceExW);
-    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadResource);
-    SKERRY_INTERPOSE (lock, "KERNEL32.dll", LockResource);
-    SKERRY_INTERPOSE (loadString, "USER32.dll", LoadStringW);
-    SKERRY_INTERPOSE (fileName, "KERNEL32.dll", GetModuleFileNameW);
-    find.Fail (NULL, ERROR_RESOURCE_LANG_NOT_FOUND);
-    load.Fail (NULL, ERROR_NOT_ENOUGH_MEMORY);
-    lock.Fail (NULL, 0);
-    loadString.Fail (0, ERROR_ACCESS_DENIED);
-    fileName.Fail (0, ERROR_INSUFFICIENT_BUFFER);
-    for (const char * failure : { "Win32 1815", "Win32 8", "LockResource failed" })
-        EXPECT_EQ (Failure ([&] { library.GetResource (200, 10, 0); }),
-            failure + std::string (" | Skerry::LoadedLibrary::GetResource | Utilities"));
-    EXPECT_EQ (Failure ([&] { library.GetString (3); }), "Win32 5 | Skerry::LoadedLibrary::GetString | Utilities");
-    EXPECT_EQ (Failure ([&] { library.GetPath (); }), "Win32 122 | Skerry::LoadedLibrary::GetPath | Utilities");
 }
 
 // All four forms reach the same bytes, the named one only with type and name in their places;
@@ -150,10 +125,14 @@ TEST_F (Library, Resources)
 }
 
 // Strings: 148 characters fit the first buffer of 150, 149 need a second pass at 300. Paths: the
-// platform truncates a path of 450 characters to the buffer of 300, then fills one of 600.
-TEST_F (Library, BuffersGrow)
+// platform truncates a path of 450 characters to the buffer of 300, then fills one of 600. Then
+// each platform call fails.
+TEST_F (Library, BuffersGrowAndPlatformFailures)
 {
     LoadedLibrary library (kLibrary, 0);
+    SKERRY_INTERPOSE (find, "KERNEL32.dll", FindResourceExW);
+    SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadResource);
+    SKERRY_INTERPOSE (lock, "KERNEL32.dll", LockResource);
     SKERRY_INTERPOSE (loadString, "USER32.dll", LoadStringW);
     SKERRY_INTERPOSE (fileName, "KERNEL32.dll", GetModuleFileNameW);
     fileName.Replace ([] (HMODULE, LPWSTR buffer, DWORD size) {
@@ -169,20 +148,17 @@ TEST_F (Library, BuffersGrow)
     for (const auto & call : fileName.CallArguments ())
         sizes += std::to_string (std::get<2> (call)) + " ";
     EXPECT_EQ (sizes, "150 150 300 300 600 ");
-}
 
-// A reference taken from an address is given back: once both objects are gone, the library is.
-TEST_F (Library, References)
-{
-    {
-        LoadedLibrary library (kLibrary, 0);
-        LoadedLibrary found (reinterpret_cast<int (*) ()> (::GetProcAddress (library.fModule, "Marker")));
-        EXPECT_EQ (found.fModule, library.fModule);
-        EXPECT_EQ (found.GetPath (), SkerryTest::ProgramDirectory () + kLibrary);
-    }
-    EXPECT_EQ (::GetModuleHandleW (kLibrary), nullptr);
-    EXPECT_EQ (Failure ([] { LoadedLibrary (reinterpret_cast<int (*) ()> (0x10)); }),
-        "Win32 126 | Skerry::LoadedLibrary::LoadedLibrary | LibSkerry/Utilities");
+    find.Fail (NULL, ERROR_RESOURCE_LANG_NOT_FOUND);
+    load.Fail (NULL, ERROR_NOT_ENOUGH_MEMORY);
+    lock.Fail (NULL, 0);
+    loadString.Fail (0, ERROR_ACCESS_DENIED);
+    fileName.Fail (0, ERROR_INSUFFICIENT_BUFFER);
+    for (const char * failure : { "Win32 1815", "Win32 8", "LockResource failed" })
+        EXPECT_EQ (Failure ([&] { library.GetResource (200, 10, 0); }),
+            failure + std::string (" | Skerry::LoadedLibrary::GetResource | Utilities"));
+    EXPECT_EQ (Failure ([&] { library.GetString (3); }), "Win32 5 | Skerry::LoadedLibrary::GetString | Utilities");
+    EXPECT_EQ (Failure ([&] { library.GetPath (); }), "Win32 122 | Skerry::LoadedLibrary::GetPath | Utilities");
 }
 
 // Each image: the list and the lines printed with verbose, for the strict walk and for the one
@@ -192,11 +168,8 @@ TEST_F (ImageFile, Directories)
 {
     const char kAll [] = "alpha.dll BETA.dll gamma.dll*", kImports [] = "alpha.dll BETA.dll";
     const char kTwice [] = "gamma.dll gamma.dll*", kOutside [] = "file contains an import descriptor or library name outside the image: %\n";
-    struct Row {
-        const char * name;
-        void (* change) (ImageWriter &);
-        const char * strict, * strictLines, * bounded = nullptr, * boundedLines = nullptr;
-    } const rows [] = {
+    struct Row { const char * name; void (* change) (ImageWriter &);
+                 const char * strict, * strictLines, * bounded = nullptr, * boundedLines = nullptr; } const rows [] = {
         { "well formed", nullptr, kAll, "" },
         { "no directories", [] (ImageWriter & w) { w.fRvaAndSizes = 1; }, "",
             "file has no imports: %\nfile has no delayed imports: %\n" },
@@ -246,8 +219,10 @@ TEST_F (ImageFile, Directories)
     }
 }
 
-// The loader's refusal passes through as it is, and prints nothing.
-TEST_F (ImageFile, LoaderRefusals)
+// The loader's refusal passes through as it is, and prints nothing. No loader maps an image without
+// its signatures: for those the loader is replaced by one that gives a buffer as the image, and the
+// release is counted.
+TEST_F (ImageFile, LoaderRefusalsAndMissingSignatures)
 {
     std::ofstream ((SkerryTest::ProgramDirectory () + L"NotAnImage.txt").c_str ()) << "not an image\n";
     for (const auto & refusal : { std::make_pair (L"NotAnImage.txt", 193), std::make_pair (L"Missing.dll", 126) }) {
@@ -256,20 +231,12 @@ TEST_F (ImageFile, LoaderRefusals)
         EXPECT_EQ (Stderr ([&] { failure = Failure ([&] { ExecutableImageFile (path.c_str (), true); }); }), "");
         EXPECT_EQ (failure, "Win32 " + std::to_string (refusal.second) + " | Skerry::LoadedLibrary::LoadedLibrary | LibSkerry/Utilities");
     }
-}
-
-// No loader maps an image without its signatures: the loader is replaced by one that gives a
-// buffer as the image, and the release is counted.
-TEST_F (ImageFile, MissingSignatures)
-{
     SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryExW);
     SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
     release.Replace ([] (HMODULE) { return TRUE; });
     for (bool dos : { true, false }) {
-        ImageWriter writer;
-        writer.fDOSMagic = dos ? 0x5A4E : 0x5A4D;
-        std::vector<std::uint8_t> bytes = writer.File ();
-        bytes [ImageWriter::kHeaders] = dos ? 'P' : 'Q';
+        std::vector<std::uint8_t> bytes = ImageWriter ().File ();
+        bytes [dos ? 0 : ImageWriter::kHeaders] = 'Q';
         load.Replace ([&] (LPCWSTR, HANDLE, DWORD) { return reinterpret_cast<HMODULE> (bytes.data ()); });
         std::string failure;
         EXPECT_EQ (Stderr ([&] { failure = Failure ([] { ExecutableImageFile (L"Fake.dll", true); }); }),

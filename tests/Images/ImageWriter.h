@@ -21,7 +21,6 @@ public:
     static constexpr std::uint32_t kPage = 0x1000;
     static constexpr std::uint32_t kHeaders = 0x40;     // e_lfanew
 
-    std::uint16_t fDOSMagic = 0x5A4D;
     std::uint32_t fRvaAndSizes = 16;
     std::uint32_t fImport [2] = { 0, 0 };       // VirtualAddress, Size
     std::uint32_t fDelayLoad [2] = { 0, 0 };
@@ -51,7 +50,7 @@ public:
         // Offset, width and value of each field that isn't 0: the DOS and NT signatures, i386, one
         // section, the optional header's size, a 32-bit DLL; then the optional header (image base,
         // alignments, system versions 4.0, sizes, GUI subsystem, stack and heap, directories).
-        const std::uint32_t fields [] [3] = { { 0, 2, fDOSMagic }, { 0x3C, 4, kHeaders }, { nt, 4, 0x4550 },
+        const std::uint32_t fields [] [3] = { { 0, 2, 0x5A4D }, { 0x3C, 4, kHeaders }, { nt, 4, 0x4550 },
             { nt + 4, 2, 0x14C }, { nt + 6, 2, 1 }, { nt + 20, 2, 0xE0 }, { nt + 22, 2, 0x2102 }, { optional, 2, 0x10B },
             { optional + 28, 4, 0x62000000 }, { optional + 32, 4, kPage }, { optional + 36, 4, kPage },
             { optional + 40, 2, 4 }, { optional + 48, 2, 4 }, { optional + 56, 4, SizeOfImage () },

@@ -116,7 +116,7 @@ TEST (JotFormatting, FollowsTheMicrosoftRuntimeAndAppends)
     EXPECT_EQ (log.Messages ("F"), (Strings { "4000000000|-5|4000000000|0000BEEF|text|123456789ABCDEF", std::string (5000, 'x') + "\xC3\xA9", "" }));
 }
 
-TEST (JotDestination, VariableIsReadAtEachOpen)
+TEST (JotDestination, VariableAtEachOpenStderrOnRequestDebuggerWithoutFile)
 {
     ScopedJotLog first;
     ::SetEnvironmentVariableW (kVariable, NULL);
@@ -133,12 +133,9 @@ TEST (JotDestination, VariableIsReadAtEachOpen)
     ::jot_close (unset);
     ::jot_close (set);
     EXPECT_EQ (first.Messages ("F"), Strings { "to first" });
-}
 
-// The option adds the text line on standard error; without a file, lines go to the debugger's
-// output when one is attached, and nowhere otherwise.
-TEST (JotDestination, StderrOnRequestAndDebuggerWithoutFile)
-{
+    // The option adds the text line on standard error; without a file, lines go to the debugger's
+    // output when one is attached, and nowhere otherwise.
     HANDLE reader, writer, original = ::GetStdHandle (STD_ERROR_HANDLE);
     ASSERT_TRUE (::CreatePipe (&reader, &writer, NULL, 0));
     ::SetStdHandle (STD_ERROR_HANDLE, writer);

@@ -15,7 +15,6 @@
 #include <thread>
 
 using namespace Skerry;
-using Skerry::Exceptions::Win32;
 using SkerryTest::ExpectAssertion;
 
 namespace {
@@ -41,16 +40,6 @@ bool FreeElsewhere (const wchar_t * name)
             other.Release ();
     }).join ();
     return free;
-}
-
-// The one line logged for a destructor's failure while another exception unwinds.
-void ExpectUnraised (const SkerryTest::ScopedJotLog & log, const char * function, unsigned long code)
-{
-    std::vector<std::string> lines = log.Messages ();
-    ASSERT_EQ (lines.size (), 1u);
-    EXPECT_TRUE (std::regex_match (lines [0], std::regex (std::string (function) + ": not throwing exception due to Win32 "
-        "error " + std::to_string (code) + " on line [0-9]+ of file Utilities while another exception is unwinding")))
-        << lines [0];
 }
 
 }
@@ -168,65 +157,59 @@ TEST_F (Kernel, PlatformFailures)
     SKERRY_INTERPOSE (release, "KERNEL32.dll", ReleaseMutex);
     Event source = NewEvent (), target = NewEvent ();
     void * kept = target;
-    Mutex mutex (false);
+    Mutex mutex (false), other (false);
+    Overlapped overlapped (NewEvent ());
     unsigned calls = 0;
-    const char * assign = "Skerry::Handle::operator =";
-    const struct { std::function<void ()> fArrange, fAct; const char * fFunction; unsigned long fCode; } cases [] = {
-        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Event copy (source); }, "Skerry::Handle::Handle", 8 },
-        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Handle copy (source, ::GetCurrentProcess ()); }, "Skerry::Handle::Handle", 8 },
-        { [&] { duplicate.Fail (FALSE, 8); }, [&] { target = source; }, assign, 8 },
+    const struct { std::function<void ()> fArrange, fAct; std::string fFailure; } cases [] = {
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Event copy (source); }, "Win32 8 | Skerry::Handle::Handle" },
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { Handle copy (source, ::GetCurrentProcess ()); }, "Win32 8 | Skerry::Handle::Handle" },
+        { [&] { duplicate.Fail (FALSE, 8); }, [&] { target = source; }, "Win32 8 | Skerry::Handle::operator =" },
         // The target's close fails: its code, and the temporary is closed.
-        { [&] { close.Fail (FALSE, 6); }, [&] { target = source; }, assign, 6 },
+        { [&] { close.Fail (FALSE, 6); }, [&] { target = source; }, "Win32 6 | Skerry::Handle::operator =" },
         // The temporary's close fails as well: its code.
         { [&] { close.Replace ([&] (HANDLE h) { ::SetLastError (++calls == 1 ? 6 : (close.Original (h), 7)); return FALSE; }); },
-          [&] { target = source; }, assign, 7 },
-        { [&] { close.Replace (nullptr); close.Fail (FALSE, 5); }, [&] { target = NoEvent (); }, assign, 5 },
-        { [&] { createEvent.Fail (nullptr, 8); }, [] { NewEvent (); }, "Skerry::Event::Event", 8 },
-        { [&] { set.Fail (FALSE, 6); }, [&] { target.Set (); }, "Skerry::Event::Set", 6 },
-        { [&] { reset.Fail (FALSE, 5); }, [&] { target.Reset (); }, "Skerry::Event::Reset", 5 },
-        { [&] { createMutex.Fail (nullptr, 5); }, [] { Mutex m; }, "Skerry::Mutex::Mutex", 5 },
-        { [&] { wait.Fail (WAIT_FAILED, 6); }, [&] { mutex.Wait (0); }, "Skerry::Mutex::Wait", 6 },
-        { [&] { ASSERT_TRUE (mutex.Wait (0)); release.Fail (FALSE, 288); }, [&] { mutex.Release (); }, "Skerry::Mutex::Release", 288 },
+          [&] { target = source; }, "Win32 7 | Skerry::Handle::operator =" },
+        { [&] { close.Replace (nullptr); close.Fail (FALSE, 5); }, [&] { target = NoEvent (); }, "Win32 5 | Skerry::Handle::operator =" },
+        { [&] { createEvent.Fail (nullptr, 8); }, [] { NewEvent (); }, "Win32 8 | Skerry::Event::Event" },
+        { [&] { set.Fail (FALSE, 6); }, [&] { target.Set (); }, "Win32 6 | Skerry::Event::Set" },
+        { [&] { reset.Fail (FALSE, 5); }, [&] { target.Reset (); }, "Win32 5 | Skerry::Event::Reset" },
+        { [&] { createMutex.Fail (nullptr, 5); }, [] { Mutex m; }, "Win32 5 | Skerry::Mutex::Mutex" },
+        { [&] { wait.Fail (WAIT_FAILED, 6); }, [&] { mutex.Wait (0); }, "Win32 6 | Skerry::Mutex::Wait" },
+        { [&] { ASSERT_TRUE (mutex.Wait (0)); release.Fail (FALSE, 288); }, [&] { mutex.Release (); }, "Win32 288 | Skerry::Mutex::Release" },
+        // A success with an unexpected last error, and wait results that can't be or mustn't be.
+        { [&] { createMutex.Replace ([&] (LPSECURITY_ATTRIBUTES a, BOOL owner, LPCWSTR name) {
+                    HANDLE h = createMutex.Original (a, owner, name);
+                    ::SetLastError (ERROR_INVALID_PARAMETER);
+                    return h;
+                }); },
+          [] { Mutex m (false); }, "assertion failed: ERROR_SUCCESS == lastError | Skerry::Mutex::Mutex" },
+        { [&] { createMutex.Replace (nullptr); wait.Fail (WAIT_IO_COMPLETION, 0); }, [&] { other.Wait (0); },
+          "assertion failed: WAIT_ABANDONED == wfsoResult || WAIT_OBJECT_0 == wfsoResult | Skerry::Mutex::Wait" },
+        { [&] { wait.Fail (WAIT_FAILED, 6); }, [&] { overlapped.GetResult (nullptr, nullptr, true); },
+          "assertion failed: WAIT_OBJECT_0 == wfsoResult | Skerry::Overlapped::GetResult" },
+        // Destructors raise, unless another exception is unwinding: then they log.
+        { [&] { close.Fail (FALSE, 6); }, [] { Event dying = NewEvent (); }, "Win32 6 | Skerry::Handle::~Handle" },
     };
     for (const auto & c : cases) {
         c.fArrange ();
-        EXPECT_EQ (SkerryTest::Expect<Win32> (c.fAct, c.fFunction, "Utilities").fCode, c.fCode);
+        EXPECT_EQ (SkerryTest::Failure (c.fAct), c.fFailure + " | Utilities");
     }
+    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
     EXPECT_EQ (static_cast<void *> (target), kept);
     EXPECT_EQ (::WaitForSingleObject (kept, 0), WAIT_TIMEOUT);
     EXPECT_TRUE (mutex.Owned ());
-
-    // A success with an unexpected last error, and wait results that can't be or mustn't be.
-    createMutex.Replace ([&] (LPSECURITY_ATTRIBUTES a, BOOL owner, LPCWSTR name) {
-        HANDLE h = createMutex.Original (a, owner, name);
-        ::SetLastError (ERROR_INVALID_PARAMETER);
-        return h;
-    });
-    ExpectAssertion ([] { Mutex m (false); }, "assertion failed: ERROR_SUCCESS == lastError", "Skerry::Mutex::Mutex",
-        "Utilities");
-    createMutex.Replace (nullptr);
-    Mutex other (false);
-    wait.Fail (WAIT_IO_COMPLETION, 0);
-    ExpectAssertion ([&] { other.Wait (0); }, "assertion failed: WAIT_ABANDONED == wfsoResult || WAIT_OBJECT_0 == wfsoResult",
-        "Skerry::Mutex::Wait", "Utilities");
     wait.Fail (WAIT_TIMEOUT, 0);
     EXPECT_FALSE (other.Wait (INFINITE) || other.Owned ());
-    Overlapped overlapped (NewEvent ());
-    wait.Fail (WAIT_FAILED, 6);
-    ExpectAssertion ([&] { overlapped.GetResult (nullptr, nullptr, true); }, "assertion failed: WAIT_OBJECT_0 == wfsoResult",
-        "Skerry::Overlapped::GetResult", "Utilities");
-
-    // Destructors raise, unless another exception is unwinding: then they log.
-    close.Fail (FALSE, 6);
-    EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Event dying = NewEvent (); }, "Skerry::Handle::~Handle", "Utilities").fCode, 6ul);
-    EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
     const struct { std::function<void ()> fArrange; const char * fFunction; unsigned long fCode; } unwinding [] = {
         { [&] { Mutex held; release.Fail (FALSE, 288); throw 1; }, "Skerry::Mutex::~Mutex", 288 },
         { [&] { Event dying = NewEvent (); close.Fail (FALSE, 6); throw 42; }, "Skerry::Handle::~Handle", 6 } };
     for (const auto & u : unwinding) {
         SkerryTest::ScopedJotLog log;
         EXPECT_THROW (u.fArrange (), int);
-        ExpectUnraised (log, u.fFunction, u.fCode);
+        std::vector<std::string> lines = log.Messages ();
+        EXPECT_TRUE (lines.size () == 1 && std::regex_match (lines [0], std::regex (std::string (u.fFunction)
+            + ": not throwing exception due to Win32 error " + std::to_string (u.fCode) + " on line [0-9]+ of file Utilities"
+            " while another exception is unwinding"))) << ::testing::PrintToString (lines);
     }
     EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments ().back ())));
 }

@@ -92,7 +92,7 @@ TEST (PlinthString, CountsComparisonsAndEveryFailureHoldingNothing)
     PlinthData data (1, "x", false);
     ANSIStringFromPlinth narrow (lower, 1252);
     const std::string kPlstr = "assertion failed: plstr | Skerry::UTF16StringFromPlinth::Construct | Plinth";
-    const std::pair<std::function<void ()>, std::string> cases [] = {
+    SkerryTest::ExpectFailures ({
         { [&] { (void) (lower == nullptr); }, Asserted ("that", "Skerry::PlinthString::Equals") },
         { [&] { (void) empty.Equals (lower, 0); }, Asserted ("fObject", "Skerry::PlinthString::Equals") },
         { [&] { empty.Length (); }, Asserted ("fObject", "Skerry::PlinthString::Length") },
@@ -116,13 +116,11 @@ TEST (PlinthString, CountsComparisonsAndEveryFailureHoldingNothing)
         { SKERRY_FAILING ("KERNEL32.dll", MultiByteToWideChar, (0, 5), PlinthString s (narrow)), "Win32 5 | CreateStringFromANSI | Plinth" },
         { SKERRY_FAILING ("KERNEL32.dll", MultiByteToWideChar, (2, 0, 1, 1), PlinthString s (narrow)), "Skerry 6 | CreateStringFromANSI | Plinth" },
         { SKERRY_FAILING ("KERNEL32.dll", WideCharToMultiByte, (0, 8, 1, 1), ANSIStringFromPlinth a (lower)),
-          "Win32 8 | CreateANSIFromUTF16 | Plinth" } };
-    for (const auto & c : cases)
-        EXPECT_EQ (Failure (c.first), c.second);
+          "Win32 8 | CreateANSIFromUTF16 | Plinth" } });
     EXPECT_EQ (PLGetRetainCount (data.Raw ()), 1);
 }
 
-TEST (PlinthDictionary, KeysThatDifferOnlyInCaseAreOneInACaseInsensitiveDictionary)
+TEST (PlinthDictionary, KeysThatDifferOnlyInCaseAreOneAndAFailedHashIsLogged)
 {
     NoLeaks noLeaks;
     PlinthMutableDictionary plain, sensitive (true), insensitive (false);
@@ -151,22 +149,18 @@ TEST (PlinthDictionary, KeysThatDifferOnlyInCaseAreOneInACaseInsensitiveDictiona
     const PLDictionaryKeyCallBacks & mine = PlinthMutableDictionary::kCaseInsensitiveKeyCallbacks;
     EXPECT_EQ (mine.hash (PLSTR ("")), PLHash (PLSTR ("")));
     EXPECT_EQ (mine.hash (PLSTR ("\xc3\x89T\xc3\xa9")), PLHash (PLSTR ("\xc3\xa9t\xc3\xa9")));
-}
 
-// Plinth calls the hash from its own code, which no exception may cross: the failure is logged
-// and the key hashes to 0, as a second key that fails alike does, so the two meet.
-TEST (PlinthDictionary, AHashThatFailsIsLoggedAndTheOperationGoesOn)
-{
-    NoLeaks noLeaks;
-    PlinthMutableDictionary insensitive (false);
+    // Plinth calls the hash from its own code, which no exception may cross: the failure is logged
+    // and the key hashes to 0, as a second key that fails alike does, so the two meet.
+    PlinthMutableDictionary failing (false);
     SkerryTest::ScopedJotLog log;
     {
         SKERRY_INTERPOSE (lowered, "Plinth.dll", PLStringCreateWithCharactersNoCopy);
         lowered.Fail (nullptr, 0, 2);
-        insensitive.SetValue (PlinthString (L"Key"), PlinthString (L"value"));
-        EXPECT_TRUE (insensitive.ContainsKey (PlinthString (L"KEY").Raw ()));
+        failing.SetValue (PlinthString (L"Key"), PlinthString (L"value"));
+        EXPECT_TRUE (failing.ContainsKey (PlinthString (L"KEY").Raw ()));
     }
-    EXPECT_EQ (insensitive.Count (), 1);
+    EXPECT_EQ (failing.Count (), 1);
     std::vector<std::string> lines = log.Messages ();
     ASSERT_EQ (lines.size (), 4u);
     EXPECT_TRUE (std::regex_match (lines [0] + "\n" + lines [1], std::regex (
@@ -197,7 +191,7 @@ TEST (PlinthDictionary, SnapshotsAndTopLevelCopiesHoldCountsOfTheirOwn)
     PLRelease (empty.Detach ());
     PlinthObject emptyKey (lowerA);
     PLRelease (emptyKey.Detach ());
-    const std::pair<std::function<void ()>, std::string> cases [] = {
+    SkerryTest::ExpectFailures ({
         { [&] { PlinthDictionaryPairs none (empty); }, Asserted ("fObject", "Skerry::PlinthDictionary::Count") },
         { [&] { (void) pairs [2]; }, Asserted ("index < size ( )", "Skerry::PlinthDictionaryPairs::operator []") },
         { [&] { empty.GetValue (lowerA); }, Asserted ("fObject", "Skerry::PlinthDictionary::GetValue") },
@@ -214,9 +208,7 @@ TEST (PlinthDictionary, SnapshotsAndTopLevelCopiesHoldCountsOfTheirOwn)
                   values [1] = nullptr;
               });
               PlinthDictionaryPairs none (sensitive);
-          }, kNull } };
-    for (const auto & c : cases)
-        EXPECT_EQ (Failure (c.first), c.second);
+          }, kNull } });
     // The snapshots outlive the entries: each key has its wrapper, one count in each snapshot, and
     // one of the two is in the other dictionary.
     sensitive.RemoveAllValues ();

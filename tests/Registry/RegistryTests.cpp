@@ -19,20 +19,11 @@
 
 using Skerry::Registry::Key;
 using Skerry::Registry::SubKeys;
-using Skerry::Exceptions::Win32;
 using SkerryTest::Failure;
 
 namespace {
 
-using Cases = std::pair<std::function<void ()>, std::string> [];
-
 HKEY Raw (const Key & key) { return static_cast<HKEY> (static_cast<void *> (key)); }
-
-template <typename Raise>
-unsigned long Win32Code (Raise raise, const char * function)
-{
-    return SkerryTest::Expect<Win32> (raise, function, "Utilities").fCode;
-}
 
 // A failure as Failure gives it, raised in `function` of Skerry::Registry, or in ConstructKey.
 std::string Site (const std::string & what, const std::string & function)
@@ -70,7 +61,7 @@ TEST_F (RegistryTest, Keys)
     SKERRY_INTERPOSE (deleteKey, "ADVAPI32.dll", RegDeleteKeyW);
     SKERRY_INTERPOSE (deleteTree, "SHLWAPI.dll", SHDeleteKeyW);
     SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
-    const Cases cases = {
+    SkerryTest::ExpectFailures ({
         { [&] { Key (fRoot, L"missing", false, KEY_READ); }, Site ("Win32 2", "ConstructKey") },
         { [&] { Key (fRoot, L"c", true, 0); }, Site ("assertion failed: access", "ConstructKey") },
         { [&] { Key (fRoot, nullptr, true, KEY_READ); }, Site ("assertion failed: child || !create", "ConstructKey") },
@@ -78,9 +69,7 @@ TEST_F (RegistryTest, Keys)
         { [&] { Key::Delete (fRoot, static_cast<const wchar_t *> (nullptr)); }, Site ("assertion failed: child", "Key::Delete") },
         { [] { Key::DeleteTree (nullptr, L"a"); }, Site ("assertion failed: parent", "Key::DeleteTree") },
         { [&] { fRoot.SetValue (L"x", static_cast<const wchar_t *> (nullptr)); }, Site ("assertion failed: value", "Key::SetValue") },
-    };
-    for (const auto & c : cases)
-        EXPECT_EQ (Failure (c.first), c.second);
+    });
     EXPECT_EQ (deleteKey.Calls () + deleteTree.Calls (), 0u);
     EXPECT_EQ (Failure ([&] { Key::Delete (fRoot, L"a"); }), Site ("Win32 5", "Key::Delete"));    // it has a sub-key
     Key::DeleteTree (Raw (fRoot), L"a");
@@ -96,7 +85,7 @@ TEST_F (RegistryTest, Keys)
 TEST_F (RegistryTest, PlatformFailures)
 {
     const char * advapi = "ADVAPI32.dll";
-    const Cases cases = {
+    SkerryTest::ExpectFailures ({
         { SKERRY_FAILING (advapi, RegOpenKeyExW, (5, 1000), Key (fRoot, L"x", false, KEY_READ)), Site ("Win32 5", "ConstructKey") },
         { SKERRY_FAILING (advapi, RegCreateKeyW, (5, 1000), Key (fRoot, L"x", true, KEY_READ)), Site ("Win32 5", "ConstructKey") },
         { SKERRY_FAILING (advapi, RegQueryValueW, (5, 1000), Key::Exists (fRoot, L"x")), Site ("Win32 5", "Key::Exists") },
@@ -113,30 +102,21 @@ TEST_F (RegistryTest, PlatformFailures)
         { SKERRY_FAILING (advapi, RegDeleteValueW, (2, 1000), fRoot.DeleteValue (L"x")), Site ("Win32 2", "Key::DeleteValue") },
         { SKERRY_FAILING (advapi, RegEnumValueW, (1018, 1000), fRoot.EnumerateValues (0, nullptr, nullptr)),
           Site ("Win32 1018", "Key::EnumerateValues") },
-    };
-    for (const auto & c : cases)
-        EXPECT_EQ (Failure (c.first), c.second);
+    });
     SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
     close.Fail (6, 1000);
     EXPECT_EQ (Failure ([&] { Key dying (fRoot, nullptr, false, KEY_READ); }), Site ("Win32 6", "Key::~Key"));
     EXPECT_EQ (close.Original (std::get<0> (close.CallArguments ().back ())), 0);
 }
 
-// Stored values against the string and REG_DWORD reads: what each gives, or what each raises.
+// Stored values against the string and REG_DWORD reads: what the string read gives unless it
+// raises `failure`; what the REG_DWORD read raises, or (none) 0x12345678.
 TEST_F (RegistryTest, StrictReads)
 {
     ::SetEnvironmentVariableW (L"SKERRY_REGISTRY_TEST", L"expanded");
-    const char * get = "Skerry::Registry::Key::GetValue";
     const char * typeAssertion = "assertion failed: type == REG_SZ || type == REG_EXPAND_SZ";
-    struct Row {
-        const wchar_t * name;
-        DWORD type;
-        std::wstring stored;
-        DWORD size;
-        std::wstring read;    // unless the read raises `failure`
-        const char * failure;
-        const char * dwordFailure;    // of the REG_DWORD read, which gives 0x12345678 if there is none
-    } const rows [] = {
+    struct Row { const wchar_t * name; DWORD type; std::wstring stored; DWORD size; std::wstring read;
+                 const char * failure, * dwordFailure; } const rows [] = {
         { L"plain", REG_SZ, std::wstring (L"abc", 4), 8, L"abc", nullptr, "Win32 234" },
         { L"zeros", REG_SZ, std::wstring (L"ab\0\0", 4), 8, std::wstring (L"ab\0", 3), nullptr, "Win32 234" },
         { L"none", REG_SZ, L"", 0, L"", nullptr, "Win32 87" },
@@ -172,8 +152,8 @@ TEST_F (RegistryTest, StrictReads)
     EXPECT_EQ (fRoot.GetValue (L"missing", buffer, &size, nullptr), DWORD (ERROR_FILE_NOT_FOUND));
     EXPECT_EQ (Failure ([&] { fRoot.GetValue (L"missing"); }), Site ("Win32 2", "Key::GetValueSize"));
     for (const wchar_t * name : { static_cast<const wchar_t *> (nullptr), L"" })
-        EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (name); }, get), 87ul);
-    EXPECT_EQ (Win32Code ([&] { fRoot.GetValue (L"plain", buffer, nullptr, nullptr); }, get), 87ul);
+        EXPECT_EQ (Failure ([&] { fRoot.GetValue (name); }), Site ("Win32 87", "Key::GetValue"));
+    EXPECT_EQ (Failure ([&] { fRoot.GetValue (L"plain", buffer, nullptr, nullptr); }), Site ("Win32 87", "Key::GetValue"));
 }
 
 // A value that changes between the string read's two passes, as the second pass sees it.
@@ -181,11 +161,7 @@ TEST_F (RegistryTest, ChangeBetweenPasses)
 {
     fRoot.SetValue (L"v", L"abc");
     SKERRY_INTERPOSE (query, "ADVAPI32.dll", RegQueryValueExW);
-    const struct {
-        LONG result;
-        DWORD size, type;
-        const char * failure;
-    } rows [] = {
+    const struct { LONG result; DWORD size, type; const char * failure; } rows [] = {
         { ERROR_MORE_DATA, 10, REG_SZ, "Win32 234" },    // grew
         { ERROR_FILE_NOT_FOUND, 0, REG_SZ, "Win32 2" },    // deleted
         // REG_EXPAND_SZ: no terminator test in the raw read, which would come first.
@@ -206,7 +182,8 @@ TEST_F (RegistryTest, ChangeBetweenPasses)
     }
 }
 
-TEST_F (RegistryTest, ValueOperations)
+// The values' operations; then a change made by another thread signals the event, nothing did before.
+TEST_F (RegistryTest, ValueOperationsAndNotifyChange)
 {
     fRoot.SetValue (L"empty", L"");
     fRoot.SetValue (L"number", 0ul);
@@ -229,11 +206,6 @@ TEST_F (RegistryTest, ValueOperations)
     EXPECT_STREQ (text, L"default");
     EXPECT_EQ (Failure ([&] { fRoot.EnumerateValues (0, nullptr, nullptr); }),
         Site ("assertion failed: valueNameSize && *valueName", "Key::EnumerateValues"));
-}
-
-// A change made by another thread signals the event; nothing did before.
-TEST_F (RegistryTest, NotifyChange)
-{
     Skerry::Event changed (true, false);
     fRoot.NotifyChange (false, REG_NOTIFY_CHANGE_LAST_SET, changed, true);
     EXPECT_EQ (::WaitForSingleObject (changed, 0), DWORD (WAIT_TIMEOUT));
@@ -279,17 +251,14 @@ TEST_F (RegistryTest, SubKeysFailures)
     SKERRY_INTERPOSE (open, "ADVAPI32.dll", RegOpenKeyExW);
     SKERRY_INTERPOSE (close, "ADVAPI32.dll", RegCloseKey);
     open.Fail (5, 0, 1, 1);
-    EXPECT_EQ (Win32Code ([&] { SubKeys snapshot (fRoot); }, "ConstructKey"), 5ul);
+    EXPECT_EQ (Failure ([&] { SubKeys snapshot (fRoot); }), Site ("Win32 5", "ConstructKey"));
     unsigned before = close.Calls ();
     close.Fail (6, 0, 1, 1);    // the second temporary
-    EXPECT_EQ (Win32Code ([&] { SubKeys snapshot (fRoot); }, "Skerry::Registry::Key::~Key"), 6ul);
+    EXPECT_EQ (Failure ([&] { SubKeys snapshot (fRoot); }), Site ("Win32 6", "Key::~Key"));
     EXPECT_EQ (close.Original (std::get<0> (close.CallArguments () [before + 1])), 0);
 
     SkerryTest::ScopedJotLog log;
-    EXPECT_EQ (Win32Code ([&] {
-        SubKeys snapshot (fRoot);
-        close.Fail (6, 0, 2);
-    }, "Skerry::Registry::Key::~Key"), 6ul);
+    EXPECT_EQ (Failure ([&] { SubKeys snapshot (fRoot); close.Fail (6, 0, 2); }), Site ("Win32 6", "Key::~Key"));
     std::vector<std::string> lines = log.Messages ();
     ASSERT_EQ (lines.size (), 2u);    // the throw's own line, then the unraised one
     EXPECT_TRUE (std::regex_match (lines [1], std::regex ("Skerry::Registry::Key::~Key: not throwing exception due to "

@@ -24,15 +24,6 @@ std::wstring ProgramPath ()
 
 }
 
-std::vector<std::string> ChildResult::Messages () const
-{
-    std::vector<std::string> messages;
-    for (const JotRecord & record : fLog)
-        if (record.fFacility && *record.fFacility == "Exceptions")
-            messages.push_back (record.fMessage);
-    return messages;
-}
-
 bool PrepareChildFilter (int argc, char ** argv)
 {
     bool child = false;

@@ -21,7 +21,7 @@ const unsigned long kChildTestFailed = 3;
 struct ChildResult {
     unsigned long fExitCode = 0;
     std::vector<JotRecord> fLog;
-    std::vector<std::string> Messages () const;
+    std::vector<std::string> Messages () const { return SkerryTest::Messages (fLog); }
 };
 
 ChildResult RunInChild (const char * testName);

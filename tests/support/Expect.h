@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace SkerryTest {
 
@@ -60,6 +62,13 @@ inline std::string Failure (const std::function<void ()> & raise)
         return "Win32 " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
     }
     return "nothing thrown";
+}
+
+// Each statement of a table raises the failure beside it, as Failure gives it.
+inline void ExpectFailures (std::initializer_list<std::pair<std::function<void ()>, std::string>> cases)
+{
+    for (const auto & c : cases)
+        EXPECT_EQ (Failure (c.first), c.second);
 }
 
 }

@@ -133,8 +133,6 @@ public: \
         ExchangeImportSlot (fSlot, reinterpret_cast<void *> (fOriginalPointer)); \
         sInstance = nullptr; \
     } \
-    Interposer (const Interposer &) = delete; \
-    Interposer & operator = (const Interposer &) = delete; \
 private: \
     static R convention Hook (A... arguments) { return sInstance->Call (arguments...); } \
     void ** fSlot; \

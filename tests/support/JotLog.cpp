@@ -29,26 +29,20 @@ JotRecord ParseRecord (const std::string & line)
 {
     static const std::vector<std::string> kKeys = { "time", "pid", "tid", "ident", "facility", "level", "message", "fields" };
     std::vector<std::string> keys;
-    std::string found;
     Json value = Json::parse (line, [&] (int depth, Json::parse_event_t event, Json & parsed) {
-        if (event == Json::parse_event_t::key && depth == 1) {
+        if (event == Json::parse_event_t::key && depth == 1)
             keys.push_back (parsed.get<std::string> ());
-            found += (found.empty () ? "" : ",") + keys.back ();
-        }
         return true;
     });
-    Check (keys == kKeys || keys == std::vector<std::string> (kKeys.begin (), kKeys.end () - 1), "keys " + found);
+    Check (keys == kKeys || keys == std::vector<std::string> (kKeys.begin (), kKeys.end () - 1), "keys " + Json (keys).dump ());
     auto integer = [&] (const char * key, int64_t minimum, int64_t maximum) {
-        const Json & number = value [key];
-        Check (number.is_number_integer () && number.get<int64_t> () >= minimum && number.get<int64_t> () <= maximum,
+        Check (value [key].is_number_integer () && value [key] >= minimum && value [key] <= maximum,
             std::string ("\"") + key + "\" is not an integer in range");
-        return number.get<int64_t> ();
+        return value [key].get<int64_t> ();
     };
     auto text = [&] (const char * key, bool nullable) -> std::optional<std::string> {
-        if (nullable && value [key].is_null ())
-            return std::nullopt;
-        Check (value [key].is_string (), std::string ("\"") + key + "\" is not a string");
-        return value [key].get<std::string> ();
+        Check (value [key].is_string () || (nullable && value [key].is_null ()), std::string ("\"") + key + "\" is not a string");
+        return value [key].is_null () ? std::nullopt : std::optional<std::string> (value [key].get<std::string> ());
     };
     JotRecord record { *text ("time", false), (unsigned long) integer ("pid", 0, UINT32_MAX),
         (unsigned long) integer ("tid", 0, UINT32_MAX), text ("ident", true), text ("facility", true),
@@ -117,10 +111,10 @@ std::vector<JotRecord> ScopedJotLog::Records () const
     return ReadJotLog (fPath);
 }
 
-std::vector<std::string> ScopedJotLog::Messages (const char * facility) const
+std::vector<std::string> Messages (const std::vector<JotRecord> & records, const char * facility)
 {
     std::vector<std::string> messages;
-    for (const JotRecord & record : Records ())
+    for (const JotRecord & record : records)
         if (facility ? record.fFacility == std::string (facility) : ! record.fFacility)
             messages.push_back (record.fMessage);
     return messages;

@@ -27,6 +27,9 @@ struct JotRecord {
     std::vector<std::pair<std::string, std::string>> fFields;
 };
 
+// The messages of the records whose facility is `facility` (NULL: records without one).
+std::vector<std::string> Messages (const std::vector<JotRecord> & records, const char * facility = "Exceptions");
+
 class ScopedJotLog {
 public:
     ScopedJotLog ();
@@ -34,8 +37,7 @@ public:
 
     const std::wstring & Path () const { return fPath; }
     std::vector<JotRecord> Records () const;
-    // The messages of the records whose facility is `facility` (NULL: records without one).
-    std::vector<std::string> Messages (const char * facility = "Exceptions") const;
+    std::vector<std::string> Messages (const char * facility = "Exceptions") const { return SkerryTest::Messages (Records (), facility); }
 
 private:
     ScopedJotLog (const ScopedJotLog &) = delete;
