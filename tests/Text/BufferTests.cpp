@@ -41,7 +41,7 @@ using Text = Skerry::FormattedStringTemplate<char>;
 extern "C" void * _imp___vscprintf;
 extern "C" void * _imp__vsprintf_s;
 
-TEST (ArrayBuffer, EachFormReportsItsNamesAndOnlyTheByteFormIsExported)
+TEST (ArrayBuffer, NamesExportsAllocationAndRealloc)
 {
     ExpectNames (new unsigned char [1], "unsigned char");
     ExpectNames (new char [1], "char");
@@ -52,10 +52,7 @@ TEST (ArrayBuffer, EachFormReportsItsNamesAndOnlyTheByteFormIsExported)
     for (const char * name : { "_ZN6Skerry11ArrayBufferIhEC1Ej", "_ZN6Skerry11ArrayBufferIhEcvPhEv",
              "_ZN6Skerry11ArrayBufferIhE7ReallocEj", "_ZN6Skerry11ArrayBufferIcEC1Ej", "_ZN6Skerry11ArrayBufferIwEC1Ej" })
         EXPECT_EQ (::GetProcAddress (library, name) != nullptr, std::strstr (name, "Ih") != nullptr) << name;
-}
 
-TEST (ArrayBuffer, AllocationAndRealloc)
-{
     ArrayBuffer<unsigned char> buffer (0u);
     EXPECT_NE (static_cast<unsigned char *> (buffer), nullptr);
     // A byte size past the size type fails as an allocation, not as a wrapped size.

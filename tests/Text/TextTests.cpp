@@ -114,7 +114,7 @@ TEST (Base64, EncoderRaisesSkerry18DecoderWin32AndNoBytesCallNothing)
     }
 }
 
-TEST (CodePages, KnownSequencesWithNullsInside)
+TEST (CodePages, KnownSequencesCodePageZeroEmptySourcesAndPlatformFailures)
 {
     const struct { unsigned fCodePage; std::string fNarrow; std::wstring fWide; } samples [] = {
         { 1252, std::string ("Gr\xfc\xdf" "e\0\x80", 7), std::wstring (L"Gr\u00fc\u00dfe\0\u20ac", 7) },
@@ -131,10 +131,7 @@ TEST (CodePages, KnownSequencesWithNullsInside)
     EXPECT_EQ (SkerryTest::Expect<Win32> ([] { ANSIStringFromWide t (L"a", 1, 12345); }, kToANSI, "StringUtilities").fCode, 87ul);
     SkerryTest::ExpectAssertion ([] { WideStringFromANSI t (nullptr, 1); }, "assertion failed: s", kToWide, "StringUtilities");
     SkerryTest::ExpectAssertion ([] { ANSIStringFromWide t (nullptr, 1); }, "assertion failed: w", kToANSI, "StringUtilities");
-}
 
-TEST (CodePages, CodePageZeroEmptySourcesAndPlatformFailures)
-{
     // The ANSI code page follows the locale under Wine: the test sets it.
     SKERRY_INTERPOSE (acp, "KERNEL32.dll", GetACP);
     SKERRY_INTERPOSE (toWide, "KERNEL32.dll", MultiByteToWideChar);
