@@ -196,10 +196,6 @@ TEST_F (FileTest, VolumeOfAFile)
     wchar_t label [MAX_PATH + 1], system [MAX_PATH + 1];
     DWORD serial, longest, flags;
     ASSERT_TRUE (::GetVolumeInformationW (fDirectory.root_path ().c_str (), label, MAX_PATH + 1, &serial, &longest, &flags, system, MAX_PATH + 1));
-    auto same = [&] (const Stream::VolumeInfo & info) {
-        return info.fVolumeName == label && info.fSerialNumber == serial && info.fMaximumComponentLength == longest
-            && info.fFileSystemFlags == flags && info.fFileSystemName == system;
-    };
     // Wine gives files on Z:, where this program lies, the serial number 0: no volume has it.
     EXPECT_EQ (Failure ([] { Stream (SkerryTest::ProgramDirectory () + L"FileTests.exe", GENERIC_READ, FILE_SHARE_READ,
         OPEN_EXISTING, 0, true).GetVolumeInfo (); }), "Win32 1173 | GetVolumeForSerialNumber | File");
@@ -211,7 +207,9 @@ TEST_F (FileTest, VolumeOfAFile)
         ::SetLastError (ERROR_NOT_READY);
         return std::count (notReady.begin (), notReady.end (), name) == 0 && ask.Original (name, rest...);
     });
-    EXPECT_TRUE (same (file.GetVolumeInfo ()));
+    Stream::VolumeInfo info = file.GetVolumeInfo ();
+    EXPECT_TRUE (info.fVolumeName == label && info.fSerialNumber == serial && info.fMaximumComponentLength == longest
+        && info.fFileSystemFlags == flags && info.fFileSystemName == system);
     EXPECT_EQ (asked [0], notReady [0]);
     ask.Fail (FALSE, ERROR_ACCESS_DENIED, 1, unsigned (asked.size ()) - 1);    // the last call, for the facts
     EXPECT_EQ (Failure ([&] { file.GetVolumeInfo (); }), "Win32 5 | Skerry::File::Stream::VolumeInfo::VolumeInfo | File");
@@ -224,8 +222,8 @@ TEST_F (FileTest, VolumeOfAFile)
     ASSERT_EQ (one.size (), 1u);
     notReady = { one [0] };
     EXPECT_EQ (Failure ([&] { file.GetVolumeInfo (); }), "Win32 1173 | GetVolumeForSerialNumber | File");
-    EXPECT_EQ (Failure ([&] { (void) one [1]; }), "assertion failed: index < fStrings.size () | Skerry::File::HiddenVectorOfStrings::operator [] | File");
-    EXPECT_EQ (Failure ([&] { (void) one [0x80000000]; }), "assertion failed: index < fStrings.size () | Skerry::File::HiddenVectorOfStrings::operator [] | File");
+    for (unsigned index : { 1u, 0x80000000u })
+        EXPECT_EQ (Failure ([&] { (void) one [index]; }), "assertion failed: index < fStrings.size () | Skerry::File::HiddenVectorOfStrings::operator [] | File");
 }
 
 // Each listing call failing; the find handle closed once whatever fails, and a failed close raised
