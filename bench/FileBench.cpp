@@ -2,7 +2,8 @@
 // removed after it: a 64 MiB file read whole into a PlinthData against ReadFile into a buffer (and
 // the peak memory of that read, measured in a fresh process: `FileBench --peak`), 4 KiB sequential
 // reads and writes through File::Stream against ReadFile and WriteFile, and a 64 MiB file mapped
-// through MappingBase with every page touched against the raw mapping calls.
+// through MappingBase with every page touched against the raw mapping calls; the volumes listed
+// through File::Volumes against FindFirstVolumeW, FindNextVolumeW and FindVolumeClose.
 #include <LibSkerry/File>
 
 #include "Harness.h"
@@ -139,6 +140,19 @@ void RawMapAndTouch (const std::wstring & path)
 
 }
 
+// The names that Volumes gathers, by the calls it makes.
+unsigned RawVolumes ()
+{
+    std::vector<std::wstring> names;
+    wchar_t name [MAX_PATH];
+    HANDLE find = ::FindFirstVolumeW (name, MAX_PATH);
+    do
+        names.push_back (name);
+    while (::FindNextVolumeW (find, name, MAX_PATH));
+    ::FindVolumeClose (find);
+    return unsigned (names.size ());
+}
+
 int main (int argc, char ** argv)
 {
     if (argc == 2 && std::strcmp (argv [1], "--peak") == 0)
@@ -178,6 +192,12 @@ int main (int argc, char ** argv)
         },
         [&] { RawMapAndTouch (large); }, few);
     SkerryBench::Report ("map and touch every page vs raw mapping", mapped.first, mapped.second, 1.05);
+
+    SkerryBench::Options listings;
+    listings.fBatches = 9;
+    listings.fOperationsPerBatch = 50;
+    auto volumes = SkerryBench::AlternatingMedians ([] { Skerry::File::Volumes (); }, [] { RawVolumes (); }, listings);
+    SkerryBench::Report ("volume list through Volumes vs FindNextVolumeW", volumes.first, volumes.second, 1.05);
 
     std::vector<double> peak = SkerryBench::InFreshProcess ("--peak");
     if (peak.size () == 2)

@@ -2,7 +2,7 @@
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
 // then it waits on kernel objects the strict way, reads its DLL's version, takes text through
 // Base64 and two code pages and back, keeps settings in a property-list file and in the
-// registry; copies a file through streams and makes a file name safe.
+// registry; copies a file through streams, makes a file name safe and lists the drives.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -193,6 +193,7 @@ int main ()
     std::printf ("\nFiles ...\n");
     if (! Demo::ShowFiles ())
         return 1;
+    Demo::ShowVolumes ();
 
     std::printf ("\nTaking text through code pages and Base64 ...\n");
     try {

@@ -1,10 +1,12 @@
 // A file copied through two streams in blocks of 4 KiB and read back whole, and a file name made
-// safe from hostile text. Included by Demo.cpp, which calls Demo::ShowFiles ().
+// safe from hostile text; the machine's drives, and the volume that a temporary file of the demo
+// lies on. Included by Demo.cpp, which calls Demo::ShowFiles () and Demo::ShowVolumes ().
 #ifndef DEMO_FILE
 #define DEMO_FILE
 
 #include <LibSkerry/CodePages>
 #include <LibSkerry/File>
+#include <LibSkerry/Utilities>
 
 #include <windows.h>
 
@@ -44,6 +46,20 @@ inline bool ShowFiles ()
     std::printf ("safe name made from \"  Q3: plans / costs?\\t...\": \"%s\"\n",
         Skerry::ANSIStringFromWide (name, 65001).c_str ());
     return same;
+}
+
+inline void ShowVolumes ()
+{
+    Skerry::File::LogicalDrives drives;
+    std::printf ("logical drives:");
+    for (unsigned int i = 0; i < drives.size (); ++i)
+        std::printf (" %s", Skerry::ANSIStringFromWide (drives [i], 65001).c_str ());
+    Skerry::TempFilePath scratch (L"Vol");
+    Skerry::File::Stream file (scratch, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, 0, true);
+    Skerry::File::Stream::VolumeInfo volume = file.GetVolumeInfo ();
+    std::printf ("\nthe volume of a temporary file: serial %04lX-%04lX, label \"%s\", file system %s, names up to %lu characters\n",
+        volume.fSerialNumber >> 16, volume.fSerialNumber & 0xFFFF, Skerry::ANSIStringFromWide (volume.fVolumeName, 65001).c_str (),
+        Skerry::ANSIStringFromWide (volume.fFileSystemName, 65001).c_str (), volume.fMaximumComponentLength);
 }
 
 }

@@ -1,5 +1,5 @@
-// File handles and streams, mappings of whole files, attribute flags, safe names and object
-// identifiers (Skerry::File).
+// File handles and streams, mappings of whole files, attribute flags, safe names, object
+// identifiers, volumes and drives (Skerry::File).
 
 #include <LibSkerry/File>
 #include <LibSkerry/ArrayBuffer>
@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <cwctype>
+#include <string>
 
 namespace Skerry {
 namespace File {
@@ -190,6 +191,11 @@ __int64 Stream::GetSize ()
 _GUID Stream::CreateOrGetObjectID ()
 {
     return File::CreateOrGetObjectID (fHandle);
+}
+
+Stream::VolumeInfo Stream::GetVolumeInfo ()
+{
+    return VolumeInfo (fHandle);
 }
 
 // The mapping is created while the members are built, so that the unwinding of a failed
@@ -387,6 +393,128 @@ _GUID CreateOrGetObjectID (void * handle)
     _GUID id;
     std::memcpy (&id, buffer.ObjectId, sizeof id);
     return id;
+}
+
+HiddenVectorOfStrings::HiddenVectorOfStrings () = default;
+HiddenVectorOfStrings::HiddenVectorOfStrings (const HiddenVectorOfStrings & other) = default;
+HiddenVectorOfStrings & HiddenVectorOfStrings::operator = (const HiddenVectorOfStrings & other) = default;
+HiddenVectorOfStrings::~HiddenVectorOfStrings () = default;
+
+// The caller keeps the index in range; one that isn't is refused rather than read past the end.
+const std::wstring & HiddenVectorOfStrings::operator [] (unsigned int index) const
+{
+    SKERRY_SITE ("Skerry::File::HiddenVectorOfStrings::operator []");
+    SKERRY_ASSERT (index < fStrings.size ());
+    return fStrings [index];
+}
+
+unsigned int HiddenVectorOfStrings::size () const
+{
+    return unsigned (fStrings.size ());
+}
+
+namespace {
+
+// Closes the walk of Volumes; the function named by a failure is the constructor's.
+void CloseVolumeWalk (HANDLE find)
+{
+    SKERRY_SITE ("Skerry::File::Volumes::Volumes");
+    if (! ::FindVolumeClose (find))
+        SKERRY_THROW_WIN32 (::GetLastError ());
+}
+
+}
+
+// The names gathered so far go with the unwinding of a failed walk; the find handle is closed
+// first, and a failure to close it takes the place of the failure that ended the walk.
+Volumes::Volumes ()
+{
+    SKERRY_SITE ("Skerry::File::Volumes::Volumes");
+    wchar_t name [MAX_PATH];
+    HANDLE find = ::FindFirstVolumeW (name, MAX_PATH);
+    if (find == INVALID_HANDLE_VALUE)
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    try {
+        do
+            fStrings.push_back (name);
+        while (::FindNextVolumeW (find, name, MAX_PATH));
+        DWORD error = ::GetLastError ();
+        if (error != ERROR_NO_MORE_FILES)
+            SKERRY_THROW_WIN32 (error);
+    }
+    catch (...) {
+        CloseVolumeWalk (find);
+        throw;
+    }
+    CloseVolumeWalk (find);
+}
+
+// The first call tells the room needed, terminators included; a fill that reports more than it
+// was given found a new drive in between, and is made again with the room it reports.
+LogicalDrives::LogicalDrives ()
+{
+    SKERRY_SITE ("Skerry::File::LogicalDrives::LogicalDrives");
+    DWORD room = ::GetLogicalDriveStringsW (0, NULL);
+    for (;;) {
+        if (room == 0)
+            SKERRY_THROW_WIN32 (::GetLastError ());
+        ArrayBuffer<wchar_t> buffer (room);
+        DWORD length = ::GetLogicalDriveStringsW (room, buffer);
+        if (length == 0)
+            SKERRY_THROW_WIN32 (::GetLastError ());
+        if (length > room) {
+            room = length;
+            continue;
+        }
+        // A drive gone in between leaves a shorter list, still ended by an empty string.
+        const wchar_t * end = buffer + length;
+        for (const wchar_t * drive = buffer; drive < end && *drive != L'\0'; drive += std::wcslen (drive) + 1)
+            fStrings.push_back (drive);
+        return;
+    }
+}
+
+namespace {
+
+// A handle tells only its volume's serial number. The last volume listed is asked first, so that
+// it wins among volumes of one number; one without its medium is passed over.
+std::wstring GetVolumeForSerialNumber (unsigned long serialNumber)
+{
+    SKERRY_SITE ("GetVolumeForSerialNumber");
+    Volumes volumes;
+    for (unsigned int i = volumes.size (); i-- > 0;) {
+        DWORD serial = 0;
+        if (::GetVolumeInformationW (volumes [i].c_str (), NULL, 0, &serial, NULL, NULL, NULL, 0)) {
+            if (serial == serialNumber)
+                return volumes [i];
+            continue;
+        }
+        DWORD error = ::GetLastError ();
+        if (error != ERROR_NOT_READY)
+            SKERRY_THROW_WIN32 (error);
+    }
+    SKERRY_THROW_WIN32 (ERROR_NO_VOLUME_ID);
+}
+
+// Room for a label or a file system's name: MAX_PATH and one more.
+const DWORD kVolumeTextRoom = MAX_PATH + 1;
+
+}
+
+Stream::VolumeInfo::VolumeInfo (void * handle)
+    : fSerialNumber (0), fMaximumComponentLength (0), fFileSystemFlags (0)
+{
+    SKERRY_SITE ("Skerry::File::Stream::VolumeInfo::VolumeInfo");
+    BY_HANDLE_FILE_INFORMATION record;
+    if (! ::GetFileInformationByHandle (handle, &record))
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    std::wstring volume = GetVolumeForSerialNumber (record.dwVolumeSerialNumber);
+    wchar_t label [kVolumeTextRoom], system [kVolumeTextRoom];
+    if (! ::GetVolumeInformationW (volume.c_str (), label, kVolumeTextRoom, &fSerialNumber, &fMaximumComponentLength,
+            &fFileSystemFlags, system, kVolumeTextRoom))
+        SKERRY_THROW_WIN32 (::GetLastError ());
+    fVolumeName = label;
+    fFileSystemName = system;
 }
 
 }

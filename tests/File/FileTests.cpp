@@ -2,10 +2,12 @@
 // a scratch directory removed after each test, which ends with the handles it found open.
 #include <LibSkerry/File>
 
+#include "ChildProcess.h"
 #include "Expect.h"
 #include "Handles.h"
 #include "Interposer.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -184,4 +186,72 @@ TEST (SanitizedName, HostileText)
     EXPECT_EQ (SanitizedName (L"  ab", 1, 9), L"");    // a length shorter than the leading blanks
     EXPECT_EQ (SanitizedName (nullptr, 0, 10), L"");
     EXPECT_EQ (Failure ([] { SanitizedName (L"", 5, 10); }), "assertion failed: source && *source | Skerry::File::SanitizedName::Construct | File");
+}
+
+// Every volume is asked, the last listed first: one not ready is passed over, and the answer is
+// what the platform tells of the file's own drive. Under Wine, C: is listed first and Z: last.
+TEST_F (FileTest, VolumeOfAFile)
+{
+    Stream file = Open (Make (L"volume"));
+    wchar_t label [MAX_PATH + 1], system [MAX_PATH + 1];
+    DWORD serial, longest, flags;
+    ASSERT_TRUE (::GetVolumeInformationW (fDirectory.root_path ().c_str (), label, MAX_PATH + 1, &serial, &longest, &flags, system, MAX_PATH + 1));
+    // Wine gives files on Z:, where this program lies, the serial number 0: no volume has it.
+    EXPECT_EQ (Failure ([] { Stream (SkerryTest::ProgramDirectory () + L"FileTests.exe", GENERIC_READ, FILE_SHARE_READ,
+        OPEN_EXISTING, 0, true).GetVolumeInfo (); }), "Win32 1173 | GetVolumeForSerialNumber | File");
+    Volumes all;
+    std::vector<std::wstring> asked, notReady { all [all.size () - 1] };
+    SKERRY_INTERPOSE (ask, "KERNEL32.dll", GetVolumeInformationW);
+    ask.Replace ([&] (const wchar_t * name, auto... rest) {
+        asked.push_back (name);
+        ::SetLastError (ERROR_NOT_READY);
+        return std::count (notReady.begin (), notReady.end (), name) == 0 && ask.Original (name, rest...);
+    });
+    Stream::VolumeInfo info = file.GetVolumeInfo ();
+    EXPECT_TRUE (info.fVolumeName == label && info.fSerialNumber == serial && info.fMaximumComponentLength == longest
+        && info.fFileSystemFlags == flags && info.fFileSystemName == system);
+    EXPECT_EQ (asked [0], notReady [0]);
+    ask.Fail (FALSE, ERROR_ACCESS_DENIED, 1, unsigned (asked.size ()) - 1);    // the last call, for the facts
+    EXPECT_EQ (Failure ([&] { file.GetVolumeInfo (); }), "Win32 5 | Skerry::File::Stream::VolumeInfo::VolumeInfo | File");
+    ask.Fail (FALSE, ERROR_ACCESS_DENIED);
+    EXPECT_EQ (Failure ([&] { file.GetVolumeInfo (); }), "Win32 5 | GetVolumeForSerialNumber | File");
+    // One volume, not ready: no volume has the number.
+    SKERRY_INTERPOSE (next, "KERNEL32.dll", FindNextVolumeW);
+    next.Fail (FALSE, ERROR_NO_MORE_FILES, 2);
+    Volumes one;
+    ASSERT_EQ (one.size (), 1u);
+    notReady = { one [0] };
+    EXPECT_EQ (Failure ([&] { file.GetVolumeInfo (); }), "Win32 1173 | GetVolumeForSerialNumber | File");
+    for (unsigned index : { 1u, 0x80000000u })
+        EXPECT_EQ (Failure ([&] { (void) one [index]; }), "assertion failed: index < fStrings.size () | Skerry::File::HiddenVectorOfStrings::operator [] | File");
+}
+
+// Each listing call failing; the find handle closed once whatever fails, and a failed close raised
+// in place of the failure before it. A drive that appears between the calls is asked for again.
+TEST_F (FileTest, ListingVolumesAndDrives)
+{
+    const std::string volumes = " | Skerry::File::Volumes::Volumes | File", drives = " | Skerry::File::LogicalDrives::LogicalDrives | File";
+    SKERRY_INTERPOSE (close, "KERNEL32.dll", FindVolumeClose);
+    EXPECT_EQ (Failure (SKERRY_FAILING ("KERNEL32.dll", FindFirstVolumeW, (INVALID_HANDLE_VALUE, 5), Volumes ())), "Win32 5" + volumes);
+    EXPECT_EQ (Failure (SKERRY_FAILING ("KERNEL32.dll", FindNextVolumeW, (FALSE, 21), Volumes ())), "Win32 21" + volumes);
+    close.Fail (FALSE, 6, 2);
+    EXPECT_EQ (Failure ([] { Volumes (); }), "Win32 6" + volumes);
+    EXPECT_EQ (Failure (SKERRY_FAILING ("KERNEL32.dll", FindNextVolumeW, (FALSE, 21), Volumes ())), "Win32 6" + volumes);
+    ASSERT_EQ (close.Calls (), 3u);
+    for (unsigned i = 1; i < 3; ++i)
+        EXPECT_TRUE (close.Original (std::get<0> (close.CallArguments () [i])));
+    SKERRY_INTERPOSE (list, "KERNEL32.dll", GetLogicalDriveStringsW);
+    for (unsigned skip : { 0u, 1u }) {
+        list.Fail (0, 5, 1, skip);
+        EXPECT_EQ (Failure ([] { LogicalDrives (); }), "Win32 5" + drives);
+    }
+    unsigned call = 0;
+    list.Replace ([&] (DWORD room, wchar_t * buffer) {
+        std::wstring given (L"C:\\\0Q:\\\0", ++call < 2 ? 4 : 8);    // Q: appears after the first call
+        return room <= given.size () ? DWORD (given.size () + 1) : DWORD (given.copy (buffer, room));
+    });
+    LogicalDrives grown;
+    EXPECT_EQ (call, 3u);
+    ASSERT_EQ (grown.size (), 2u);
+    EXPECT_EQ (grown [1], L"Q:\\");
 }

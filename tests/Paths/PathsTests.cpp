@@ -2,6 +2,7 @@
 // site. The names a walk delivers and the splitting rules are the skerry-glob test's.
 #include <LibSkerry/Utilities>
 
+#include "ChildProcess.h"
 #include "Expect.h"
 #include "Handles.h"
 #include "Interposer.h"
@@ -50,6 +51,44 @@ TEST_F (Paths, TemporaryPaths)
         return room <= longPath.length () ? DWORD (longPath.length () + 1) : DWORD (wcslen (wcscpy (buffer, longPath.c_str ())));
     });
     EXPECT_EQ (TempFilePath (L"L").find (longPath + L"Tolvane Inc.\\L"), 0u);
+}
+
+const wchar_t kRaceReady [] = L"Local\\SkerryTempRaceReady", kRaceGo [] = L"Local\\SkerryTempRaceGo";
+const unsigned kRaceFiles = 40;
+
+// Two processes taking files of one prefix at the same moment never get the same one: they keep
+// what they took, and the directory then holds every file. Files of the prefix are swept before.
+TEST_F (Paths, TemporaryFilesOfTwoProcesses)
+{
+    auto sweep = [] {
+        unsigned swept = 0;
+        for (const auto & entry : std::filesystem::directory_iterator (std::wstring (TempDirectoryPath ())))
+            swept += entry.path ().filename ().wstring ().rfind (L"Rc", 0) == 0 && std::filesystem::remove (entry);
+        return swept;
+    };
+    sweep ();
+    HANDLE ready = ::CreateSemaphoreW (nullptr, 0, 2, kRaceReady), go = ::CreateEventW (nullptr, TRUE, FALSE, kRaceGo);
+    PROCESS_INFORMATION racers [] = { SkerryTest::StartInChild ("TakeTemporaryFiles"), SkerryTest::StartInChild ("TakeTemporaryFiles") };
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ (::WaitForSingleObject (ready, 120000), WAIT_OBJECT_0);
+    ::SetEvent (go);
+    for (PROCESS_INFORMATION & racer : racers) {
+        DWORD status = 1;
+        ::WaitForSingleObject (racer.hProcess, 120000);
+        EXPECT_TRUE (::GetExitCodeProcess (racer.hProcess, &status) && status == 0);
+        EXPECT_TRUE (::CloseHandle (racer.hThread) && ::CloseHandle (racer.hProcess));
+    }
+    EXPECT_TRUE (::CloseHandle (ready) && ::CloseHandle (go));
+    EXPECT_EQ (sweep (), 2 * kRaceFiles);
+}
+
+TEST (InChild, TakeTemporaryFiles)
+{
+    HANDLE ready = ::OpenSemaphoreW (SEMAPHORE_MODIFY_STATE, FALSE, kRaceReady), go = ::OpenEventW (SYNCHRONIZE, FALSE, kRaceGo);
+    ASSERT_TRUE (::ReleaseSemaphore (ready, 1, nullptr));
+    ASSERT_EQ (::WaitForSingleObject (go, 120000), WAIT_OBJECT_0);
+    for (unsigned i = 0; i < kRaceFiles; ++i)
+        TempFilePath (L"Rc").clear ();    // the file stays
 }
 
 // A failed Next leaves the walk on its entry; the end is final; the find handle is closed once, at
