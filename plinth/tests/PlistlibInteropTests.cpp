@@ -70,8 +70,8 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     EXPECT_GT (written, 60);
 
     // 70000 integers and 70000 strings: references and offsets of 4 bytes.
-    Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
-    Owned<PLMutableArrayRef> strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
+    Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks)),
+        strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     for (int32_t i = 0; i < 70000; ++i) {
         PLArrayAppendValue (integers, Owned<PLNumberRef> (Integer (i)));
         PLArrayAppendValue (strings, Owned<PLStringRef> (CreateString (("s" + std::to_string (i)).c_str ())));

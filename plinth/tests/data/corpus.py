@@ -63,17 +63,15 @@ GENERATED = {'generated_refs_4': list(range(70000)), 'generated_strings_4': ['s%
 WIDTH_VARIANTS = ('dict_every_type', 'array_nested', 'string_astral')
 
 
+def canonical(v):
+    """A value that compares as plistlib's, but with NaN equal to NaN, the sign of zero kept and types apart."""
+    if isinstance(v, dict):
+        return 'dict', sorted((k, canonical(x)) for k, x in v.items())
+    return ('list', [canonical(x) for x in v]) if isinstance(v, list) else (type(v).__name__, repr(v) if isinstance(v, float) else v)
+
+
 def equal(a, b):
-    """plistlib equality, with NaN equal to NaN and the sign of zero kept."""
-    if isinstance(a, float) and isinstance(b, float):
-        return (math.isnan(a) and math.isnan(b)) or (a == b and math.copysign(1, a) == math.copysign(1, b))
-    if type(a) is not type(b):
-        return False
-    if isinstance(a, list):
-        return len(a) == len(b) and all(equal(x, y) for x, y in zip(a, b))
-    if isinstance(a, dict):
-        return a.keys() == b.keys() and all(equal(a[k], b[k]) for k in a)
-    return a == b
+    return canonical(a) == canonical(b)
 
 
 def reencode(data, ref_width, offset_width):
