@@ -17,11 +17,7 @@ namespace {
 
 // While fFailAt is set, allocation number fFailAt is refused, and with fFailAfter every later one.
 // fBlocks counts the blocks allocated and not yet freed, armed or not.
-struct Injection {
-    long fCount = 0, fFailAt = 0;
-    bool fFailAfter = false;
-    long fBlocks = 0;
-} sInjection;
+struct Injection { long fCount = 0, fFailAt = 0; bool fFailAfter = false; long fBlocks = 0; } sInjection;
 
 bool Refused ()
 {
@@ -32,12 +28,7 @@ bool Refused ()
     return refused;
 }
 
-void * Counted (void * block)
-{
-    sInjection.fBlocks += block != nullptr ? 1 : 0;
-    return block;
-}
-
+void * Counted (void * block) { sInjection.fBlocks += block != nullptr ? 1 : 0; return block; }
 
 // One public operation: made ready before each call (not injected), called, and seen afterwards.
 struct Operation {
@@ -129,11 +120,7 @@ void * malloc (std::size_t size) { return Refused () ? nullptr : Counted (__libc
 void * calloc (std::size_t count, std::size_t size) { return Refused () ? nullptr : Counted (__libc_calloc (count, size)); }
 void * realloc (void * block, std::size_t size) { return block == nullptr ? malloc (size) : Refused () ? nullptr : __libc_realloc (block, size); }
 
-void free (void * block)
-{
-    sInjection.fBlocks -= block != nullptr ? 1 : 0;
-    __libc_free (block);
-}
+void free (void * block) { sInjection.fBlocks -= block != nullptr ? 1 : 0; __libc_free (block); }
 
 }
 

@@ -12,10 +12,7 @@
 
 namespace PlinthTest {
 
-PLStringRef CreateString (char const * utf8)
-{
-    return PLStringCreateWithCString (kPLAllocatorDefault, utf8, kPLStringEncodingUTF8);
-}
+PLStringRef CreateString (char const * utf8) { return PLStringCreateWithCString (kPLAllocatorDefault, utf8, kPLStringEncodingUTF8); }
 
 PLStringRef CreateString (std::u16string const & units)
 {
@@ -30,15 +27,8 @@ std::u16string Units (PLStringRef string)
     return units;
 }
 
-PLNumberRef Integer (int64_t value)
-{
-    return PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &value);
-}
-
-PLNumberRef Real (double value)
-{
-    return PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &value);
-}
+PLNumberRef Integer (int64_t value) { return PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &value); }
+PLNumberRef Real (double value) { return PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &value); }
 
 void SetVariable (char const * name, char const * value)
 {
@@ -63,15 +53,9 @@ ScratchPreferences::~ScratchPreferences ()
     SetVariable ("PLINTH_PREFERENCES_DIRECTORY", nullptr);
 }
 
-std::string ScratchPreferences::File (char const * name) const
-{
-    return (std::filesystem::path (fDirectory) / name).string ();
-}
+std::string ScratchPreferences::File (char const * name) const { return (std::filesystem::path (fDirectory) / name).string (); }
 
-void ScratchPreferences::WriteFile (std::string const & path, std::string const & contents)
-{
-    std::ofstream (path, std::ios::binary) << contents;
-}
+void ScratchPreferences::WriteFile (std::string const & path, std::string const & contents) { std::ofstream (path, std::ios::binary) << contents; }
 
 std::string ScratchPreferences::ReadFile (std::string const & path)
 {

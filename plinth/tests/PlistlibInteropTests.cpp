@@ -7,23 +7,19 @@
 #include "PlinthTest.h"
 #include "../source/PropertyList.h"
 
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <sstream>
-#include <vector>
 
 using namespace PlinthTest;
 
 namespace {
 
-std::string Contents (std::string const & path) { return ScratchPreferences::ReadFile (path); }
+std::string (&Contents) (std::string const &) = ScratchPreferences::ReadFile;
 
-bool Save (std::string const & path, Plinth::ByteWriter const & bytes)
+void Save (std::string const & path, Plinth::ByteWriter const & bytes)
 {
-    std::ofstream file (path, std::ios::binary);
-    file.write (reinterpret_cast<char const *> (bytes.Bytes ()), std::streamsize (bytes.Size ()));
-    return bool (file);
+    ScratchPreferences::WriteFile (path, std::string (reinterpret_cast<char const *> (bytes.Bytes ()), bytes.Size ()));
 }
 
 // Writes `value` as NAME.binary, NAME.xml (when `xml`) and NAME.wR-O.binary for every width that
@@ -33,19 +29,18 @@ void WriteEveryWay (std::string const & directory, std::string const & name, PLT
     Plinth::ParseFailure failure;
     Plinth::ByteWriter binary;
     ASSERT_TRUE (Plinth::WriteBinaryPropertyList (binary, value, Plinth::BinaryWidths (), failure)) << name << failure.fReason;
-    ASSERT_TRUE (Save (directory + "/" + name + ".binary", binary));
+    Save (directory + "/" + name + ".binary", binary);
     if (xml) {
         Plinth::ByteWriter text;
         ASSERT_TRUE (Plinth::WriteXMLPropertyList (text, value, failure)) << name << failure.fReason;
-        ASSERT_TRUE (Save (directory + "/" + name + ".xml", text));
+        Save (directory + "/" + name + ".xml", text);
     }
     for (unsigned width = 1; widths && width <= 8; ++width)
         for (unsigned other : { width, 8u }) {
             Plinth::ByteWriter out;
             Plinth::ParseFailure tooSmall;
             if (Plinth::WriteBinaryPropertyList (out, value, Plinth::BinaryWidths { width, other }, tooSmall))
-                ASSERT_TRUE (Save (directory + "/" + name + ".w" + std::to_string (width) + "-" + std::to_string (other)
-                    + ".binary", out));
+                Save (directory + "/" + name + ".w" + std::to_string (width) + "-" + std::to_string (other) + ".binary", out);
             else
                 EXPECT_NE (std::string (tooSmall.fReason).find ("width too small"), std::string::npos) << name;
         }
@@ -55,9 +50,10 @@ void WriteEveryWay (std::string const & directory, std::string const & name, PLT
 
 TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
 {
+    ScratchPreferences scratch;
     NoLeaks noLeaks;
-    char pattern [] = "/tmp/PlinthInteropXXXXXX";
-    std::string directory = mkdtemp (pattern), data = PLINTH_TEST_DATA, files = Contents (data + "/plistlib/index.txt");
+    std::string directory = scratch.File ("written"), data = PLINTH_TEST_DATA, files = Contents (data + "/plistlib/index.txt");
+    std::filesystem::create_directory (directory);
     std::istringstream index (files);
     int written = 0;
     for (std::string file; std::getline (index, file);) {
@@ -74,8 +70,8 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     EXPECT_GT (written, 60);
 
     // 70000 integers and 70000 strings: references and offsets of 4 bytes.
-    Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
-    Owned<PLMutableArrayRef> strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
+    Owned<PLMutableArrayRef> integers (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks)),
+        strings (PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks));
     for (int32_t i = 0; i < 70000; ++i) {
         PLArrayAppendValue (integers, Owned<PLNumberRef> (Integer (i)));
         PLArrayAppendValue (strings, Owned<PLStringRef> (CreateString (("s" + std::to_string (i)).c_str ())));
@@ -85,13 +81,9 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
     std::string strings4 = Contents (directory + "/generated_strings_4.binary");
     EXPECT_EQ (strings4.substr (strings4.size () - 26, 2), std::string ("\x04\x04", 2));
 
-    FILE * pipe = popen (("python3 " + data + "/corpus.py verify " + directory + " 2>&1").c_str (), "r");
-    ASSERT_NE (pipe, nullptr);
-    std::string output;
-    char buffer [4096];
-    while (std::size_t got = std::fread (buffer, 1, sizeof buffer, pipe))
-        output.append (buffer, got);
-    EXPECT_EQ (pclose (pipe), 0) << output;
+    std::string output = scratch.File ("verify.txt");
+    int status = std::system (("python3 " + data + "/corpus.py verify " + directory + " > " + output + " 2>&1").c_str ());
+    output = Contents (output);
+    EXPECT_EQ (status, 0) << output;
     EXPECT_NE (output.find (", 0 failures"), std::string::npos) << output;
-    std::system (("rm -rf " + directory).c_str ());
 }

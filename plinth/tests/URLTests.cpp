@@ -1,25 +1,17 @@
 // File URLs from Windows and POSIX paths, and back.
 #include "PlinthTest.h"
 
-#include <vector>
-
 using namespace PlinthTest;
 
-namespace {
-
-struct Round {
-    char const * fPath;
-    bool fIsDirectory;
-    char const * fURL;
-    char const * fBack;
-};
-
-}
-
-TEST (URL, WindowsPathsBecomeFileURLsAndComeBack)
+TEST (URL, PathsBecomeFileURLsAndComeBack)
 {
     NoLeaks noLeaks;
-    std::vector<Round> cases {
+    const struct {
+        char const * fPath;
+        bool fIsDirectory;
+        char const * fURL, * fBack;
+        PLURLPathStyle fStyle = kPLURLWindowsPathStyle;
+    } cases [] = {
         { "C:\\Users\\me\\file.plist", false, "file:///C:/Users/me/file.plist", "C:\\Users\\me\\file.plist" },
         { "C:\\Program Files\\Tolvane", true, "file:///C:/Program%20Files/Tolvane/", "C:\\Program Files\\Tolvane" },
         { "C:\\", true, "file:///C:/", "C:\\" },
@@ -31,37 +23,29 @@ TEST (URL, WindowsPathsBecomeFileURLsAndComeBack)
         { "\\\\?\\UNC\\server\\share", true, "file://server/share/", "\\\\server\\share" },
         { "C:\\dir\\", false, "file:///C:/dir", "C:\\dir" },
         { u8"C:\\\u00E4%#?", false, "file:///C:/%C3%A4%25%23%3F", u8"C:\\\u00E4%#?" },
+        { "/tmp/a b", false, "file:///tmp/a%20b", "/tmp/a b", kPLURLPOSIXPathStyle },
     };
-    for (Round const & c : cases) {
-        Owned<PLStringRef> path (CreateString (c.fPath));
-        Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, path, kPLURLWindowsPathStyle, c.fIsDirectory));
+    for (auto const & c : cases) {
+        Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, Owned<PLStringRef> (CreateString (c.fPath)), c.fStyle,
+            c.fIsDirectory));
         ASSERT_NE (url.Get (), nullptr) << c.fPath;
-        EXPECT_EQ (UTF8 (PLURLGetString (url)), c.fURL);
+        EXPECT_EQ (UTF8 (PLURLGetString (url)) + " " + UTF8 (Owned<PLStringRef> (PLURLCopyFileSystemPath (url, c.fStyle))),
+            c.fURL + std::string (" ") + c.fBack);
         EXPECT_EQ (PLURLHasDirectoryPath (url), c.fIsDirectory) << c.fPath;
-        Owned<PLStringRef> back (PLURLCopyFileSystemPath (url, kPLURLWindowsPathStyle));
-        EXPECT_EQ (UTF8 (back), c.fBack);
     }
-}
 
-TEST (URL, POSIXPathsAndRefusals)
-{
-    NoLeaks noLeaks;
+    // A POSIX path read as a Windows one; refused paths and URLs.
     Owned<PLStringRef> path (CreateString ("/tmp/a b"));
     Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, path, kPLURLPOSIXPathStyle, false));
-    EXPECT_EQ (UTF8 (PLURLGetString (url)), "file:///tmp/a%20b");
-    Owned<PLStringRef> back (PLURLCopyFileSystemPath (url, kPLURLPOSIXPathStyle));
-    EXPECT_EQ (UTF8 (back), "/tmp/a b");
-    Owned<PLStringRef> asWindows (PLURLCopyFileSystemPath (url, kPLURLWindowsPathStyle));
-    EXPECT_EQ (UTF8 (asWindows), "\\tmp\\a b");
+    EXPECT_EQ (UTF8 (Owned<PLStringRef> (PLURLCopyFileSystemPath (url, kPLURLWindowsPathStyle))), "\\tmp\\a b");
     EXPECT_EQ (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR (""), kPLURLWindowsPathStyle, false), nullptr);
     EXPECT_EQ (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, path, PLURLPathStyle (1), false), nullptr);
     Owned<PLStringRef> lone (CreateString (std::u16string (u"C:\\\xD800")));
     EXPECT_EQ (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, lone, kPLURLWindowsPathStyle, false), nullptr);
 
-    Owned<PLURLRef> same (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("file:///tmp/a%20b"), nullptr));
-    EXPECT_TRUE (PLEqual (same, url));
-    Owned<PLURLRef> relative (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("c.txt"), url));
-    EXPECT_EQ (UTF8 (PLURLGetString (relative)), "file:///tmp/c.txt");
+    EXPECT_TRUE (PLEqual (Owned<PLURLRef> (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("file:///tmp/a%20b"), nullptr)), url));
+    EXPECT_EQ (UTF8 (PLURLGetString (Owned<PLURLRef> (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("c.txt"), url)))),
+        "file:///tmp/c.txt");
     EXPECT_EQ (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("http://host/x"), nullptr), nullptr);
     EXPECT_EQ (PLURLCreateWithString (kPLAllocatorDefault, PLSTR ("file:///bad%2"), nullptr), nullptr);
 }

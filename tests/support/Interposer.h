@@ -45,10 +45,7 @@ public:
     void Fail (Result result, DWORD error, unsigned count = 1, unsigned skip = 0)
     {
         std::lock_guard<std::mutex> lock (fLock);
-        fFailResult = result;
-        fFailError = error;
-        fFailCount = count;
-        fPassCount = skip;
+        std::tie (fFailResult, fFailError, fFailCount, fPassCount) = std::make_tuple (result, error, count, skip);
     }
 
     // Every call that isn't failed goes to `replacement` instead of the original.
@@ -114,9 +111,7 @@ class Interposer<Tag, R convention (A...)> : public InterposerState<Tag, R, A...
 public: \
     using Function = R (convention *) (A...); \
     Interposer (const char * dll, const char * function, const wchar_t * module = L"LibSkerry.dll") \
-        : Interposer (FindImportSlot (module, dll, function)) \
-    { \
-    } \
+        : Interposer (FindImportSlot (module, dll, function)) {} \
     /* Any other slot through which a module calls the function. */ \
     explicit Interposer (void ** slot) \
     { \

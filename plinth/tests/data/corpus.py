@@ -12,70 +12,49 @@ other side.
 import datetime
 import math
 import os
+import pathlib
 import plistlib
 import struct
 import sys
 
 D = datetime.datetime
+# The corpus values that XML cannot hold: written in the binary format only.
+BINARY_ONLY = {'string_nul', 'date_micro', 'dict_sorted_ffff'}
 
 
 def corpus():
-    """Name -> (value, formats). formats: 'bx' both, 'b' binary only (XML cannot hold it)."""
-    entries = {}
-
-    def add(name, value, formats='bx'):
-        entries[name] = (value, formats)
-
-    add('true', True)
-    add('false', False)
-    for n in (0, 1, 255, 256, 65535, 65536, 2**32 - 1, 2**32, 2**63 - 1, -1, -255, -2**31, -2**63,
-              2**63, 2**64 - 1):
-        add('integer%s%d' % ('_minus' if n < 0 else '', abs(n)), n)
-    for name, r in (('zero', 0.0), ('minus_zero', -0.0), ('one_and_half', 1.5), ('tenth', 0.1),
-                    ('small', 1e-05), ('big', 1e16), ('huge', 1.2345678901234568e+17),
-                    ('third', 1 / 3), ('tiniest', 5e-324), ('largest', 1.7976931348623157e+308),
-                    ('inf', math.inf), ('minus_inf', -math.inf), ('nan', math.nan),
-                    ('hundred', 100.0), ('negative', -2.5e-07)):
-        add('real_' + name, r)
-    add('string_empty', '')
-    add('string_ascii', 'abc')
-    add('string_15', 'x' * 15)
-    add('string_300', ''.join(chr(0x20 + i % 95) for i in range(300)))
-    add('string_latin1', 'é')
-    add('string_cjk', '日本語のテキスト')
-    add('string_astral', 'a\U0001F600b\U00010348')
-    add('string_bom_inside', '\ufeffx\ufffd')
-    add('string_markup', '<&>]]>"\'\t\n')
-    add('string_long_unicode', 'ü' * 70000)
-    add('string_nul', 'a\x00b', 'b')
-    add('string_delete', '\x7f\x85')
-    add('data_empty', b'')
-    add('data_bytes', bytes(range(256)))
-    add('data_nested', {'a': [[[[[[[[b'0123456789' * 10]]]]]]]], 'b': [b'x' * 57]})
-    add('date_reference', D(2001, 1, 1))
-    add('date_unix', D(1970, 1, 1))
-    add('date_first', D(1, 1, 1))
-    add('date_last', D(9999, 12, 31, 23, 59, 59))
-    add('date_before_reference', D(2000, 12, 31, 23, 59, 59))
-    add('date_micro', D(2020, 1, 2, 3, 4, 5, 250000), 'b')
-    add('array_empty', [])
-    add('array_20', list(range(20)))
-    add('array_nested', [[1, [2]], 3, [[[]]]])
-    add('array_shared_scalars', ['a', 'a', 1, 1, 1.0, True, True, -0.0, 0.0, b'a', 'a'])
+    """Name -> value."""
+    values = {'true': True, 'false': False}
+    for n in (0, 1, 255, 256, 65535, 65536, 2**32 - 1, 2**32, 2**63 - 1, -1, -255, -2**31, -2**63, 2**63, 2**64 - 1):
+        values['integer%s%d' % ('_minus' if n < 0 else '', abs(n))] = n
+    for name, r in (('zero', 0.0), ('minus_zero', -0.0), ('one_and_half', 1.5), ('tenth', 0.1), ('small', 1e-05),
+                    ('big', 1e16), ('huge', 1.2345678901234568e+17), ('third', 1 / 3), ('tiniest', 5e-324),
+                    ('largest', 1.7976931348623157e+308), ('inf', math.inf), ('minus_inf', -math.inf),
+                    ('nan', math.nan), ('hundred', 100.0), ('negative', -2.5e-07)):
+        values['real_' + name] = r
     deep = 'bottom'
     for i in range(100):
         deep = [deep] if i % 2 else {'level': deep}
-    add('array_deep', deep)
-    add('dict_empty', {})
-    # Code-point order differs from UTF-16 order: U+FFFD (and U+FFFF) before U+1F600.
-    add('dict_sorted', {'b': 1, 'a': [True, 2.5], '\ufffd': 1, '\U0001F600': 2, 'B': 3, '': 4})
-    add('dict_sorted_ffff', {'\uffff': 1, '\U0001F600': 2}, 'b')
-    add('dict_every_type', {'string': 'text', 'unicode': 'Grüße 😀', 'integer': -42, 'big': 2**64 - 1,
-                            'real': 3.25, 'true': True, 'false': False, 'date': D(2024, 3, 4, 11, 43, 4),
-                            'data': b'\x00\x01\xfe\xff', 'array': [1, 'two', [3.0]], 'dict': {'x': {}}})
-    add('dict_refs_2', {'k%03d' % i: 'value %d' % i for i in range(150)})
-    add('dict_key_is_value', {'a': 'a', 'b': ['a', {'a': 'b'}]})
-    return entries
+    values.update(
+        string_empty='', string_ascii='abc', string_15='x' * 15, string_300=''.join(chr(0x20 + i % 95) for i in range(300)),
+        string_latin1='é', string_cjk='日本語のテキスト', string_astral='a\U0001F600b\U00010348',
+        string_bom_inside='\ufeffx\ufffd', string_markup='<&>]]>"\'\t\n', string_long_unicode='ü' * 70000,
+        string_nul='a\x00b', string_delete='\x7f\x85',
+        data_empty=b'', data_bytes=bytes(range(256)), data_nested={'a': [[[[[[[[b'0123456789' * 10]]]]]]]], 'b': [b'x' * 57]},
+        date_reference=D(2001, 1, 1), date_unix=D(1970, 1, 1), date_first=D(1, 1, 1), date_last=D(9999, 12, 31, 23, 59, 59),
+        date_before_reference=D(2000, 12, 31, 23, 59, 59), date_micro=D(2020, 1, 2, 3, 4, 5, 250000),
+        array_empty=[], array_20=list(range(20)), array_nested=[[1, [2]], 3, [[[]]]], array_deep=deep,
+        array_shared_scalars=['a', 'a', 1, 1, 1.0, True, True, -0.0, 0.0, b'a', 'a'],
+        dict_empty={},
+        # Code-point order differs from UTF-16 order: U+FFFD (and U+FFFF) before U+1F600.
+        dict_sorted={'b': 1, 'a': [True, 2.5], '\ufffd': 1, '\U0001F600': 2, 'B': 3, '': 4},
+        dict_sorted_ffff={'\uffff': 1, '\U0001F600': 2},
+        dict_every_type={'string': 'text', 'unicode': 'Grüße 😀', 'integer': -42, 'big': 2**64 - 1, 'real': 3.25,
+                         'true': True, 'false': False, 'date': D(2024, 3, 4, 11, 43, 4), 'data': b'\x00\x01\xfe\xff',
+                         'array': [1, 'two', [3.0]], 'dict': {'x': {}}},
+        dict_refs_2={'k%03d' % i: 'value %d' % i for i in range(150)},
+        dict_key_is_value={'a': 'a', 'b': ['a', {'a': 'b'}]})
+    return values
 
 
 # Values that Plinth makes by rule (too large to commit): the test writes them, plistlib checks.
@@ -84,17 +63,15 @@ GENERATED = {'generated_refs_4': list(range(70000)), 'generated_strings_4': ['s%
 WIDTH_VARIANTS = ('dict_every_type', 'array_nested', 'string_astral')
 
 
+def canonical(v):
+    """A value that compares as plistlib's, but with NaN equal to NaN, the sign of zero kept and types apart."""
+    if isinstance(v, dict):
+        return 'dict', sorted((k, canonical(x)) for k, x in v.items())
+    return ('list', [canonical(x) for x in v]) if isinstance(v, list) else (type(v).__name__, repr(v) if isinstance(v, float) else v)
+
+
 def equal(a, b):
-    """plistlib equality, with NaN equal to NaN and the sign of zero kept."""
-    if isinstance(a, float) and isinstance(b, float):
-        return (math.isnan(a) and math.isnan(b)) or (a == b and math.copysign(1, a) == math.copysign(1, b))
-    if type(a) is not type(b):
-        return False
-    if isinstance(a, list):
-        return len(a) == len(b) and all(equal(x, y) for x, y in zip(a, b))
-    if isinstance(a, dict):
-        return a.keys() == b.keys() and all(equal(a[k], b[k]) for k in a)
-    return a == b
+    return canonical(a) == canonical(b)
 
 
 def reencode(data, ref_width, offset_width):
@@ -116,18 +93,16 @@ def reencode(data, ref_width, offset_width):
                 out += int.from_bytes(data[start:start + ref_size], 'big').to_bytes(ref_width, 'big')
         else:
             out += data[at:at + {0: 1, 1: 1 + (1 << low), 2: 1 + (1 << low), 3: 9}.get(kind, head + n * (2 if kind == 6 else 1))]
-    table_start = len(out)
-    for offset in offsets:
-        out += offset.to_bytes(offset_width, 'big')
-    return bytes(out + struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, table_start))
+    trailer = struct.pack('>6xBBQQQ', offset_width, ref_width, count, top, len(out))
+    return bytes(out) + b''.join(offset.to_bytes(offset_width, 'big') for offset in offsets) + trailer
 
 
 def make(directory):
     os.makedirs(directory, exist_ok=True)
     files = {}
-    for name, (value, formats) in sorted(corpus().items()):
+    for name, value in sorted(corpus().items()):
         binary = files[name + '.binary'] = plistlib.dumps(value, fmt=plistlib.FMT_BINARY)
-        if 'x' in formats:
+        if name not in BINARY_ONLY:
             files[name + '.xml'] = plistlib.dumps(value, fmt=plistlib.FMT_XML)
         for width in range(1, 9) if name in WIDTH_VARIANTS else ():
             for ref, off in ((width, width), (width, 8), (8, width)):
@@ -139,30 +114,28 @@ def make(directory):
                 files.setdefault('%s.w%d-%d.binary' % (name, ref, off), variant)
     files['index.txt'] = ''.join(file + '\n' for file in files).encode()
     for file, data in files.items():
-        with open(os.path.join(directory, file), 'wb') as f:
-            f.write(data)
+        pathlib.Path(directory, file).write_bytes(data)
 
 
 def verify(directory):
     """Every file Plinth wrote: NAME[.wR-O].binary or NAME.xml, NAME from the corpus or generated."""
-    values = dict({name: value for name, (value, _) in corpus().items()}, **GENERATED)
-    failures, identical = [], 0
+    values, failures, identical = dict(corpus(), **GENERATED), [], 0
     files = sorted(os.listdir(directory))
     for file in files:
         name, fmt = file.split('.')[0], plistlib.FMT_XML if file.endswith('.xml') else plistlib.FMT_BINARY
-        with open(os.path.join(directory, file), 'rb') as f:
-            data = f.read()
+        data = pathlib.Path(directory, file).read_bytes()
         try:
             value = plistlib.loads(data)
         except Exception as e:  # noqa: BLE001 - any failure of plistlib is a mismatch
             failures.append('%s: plistlib failed: %s: %s' % (file, type(e).__name__, e))
             continue
-        # Plinth read the value from plistlib's binary file, so it is compared with what plistlib
-        # reads back from that (plistlib merges -0.0 and 0.0 into the first of them).
-        want = plistlib.loads(plistlib.dumps(values[name], fmt=plistlib.FMT_BINARY)) if name in values else None
         if name not in values:
             failures.append('%s: not a corpus name' % file)
-        elif not equal(value, want):
+            continue
+        # Plinth read the value from plistlib's binary file, so it is compared with what plistlib
+        # reads back from that (plistlib merges -0.0 and 0.0 into the first of them).
+        want = plistlib.loads(plistlib.dumps(values[name], fmt=plistlib.FMT_BINARY))
+        if not equal(value, want):
             failures.append('%s: plistlib read %r' % (file, value)[:300])
         elif file.count('.') == 1:
             # The default encoding is plistlib's, byte for byte (its XML has one DOCTYPE line more).
