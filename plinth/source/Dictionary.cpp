@@ -344,9 +344,15 @@ bool AddMember (__PLSet * s, void const * value)
 
 namespace Plinth {
 
+// The immutable empty dictionary of the readers, one immortal object as kEmptyArray is.
+__PLDictionary const kEmptyDictionary { { &kDictionaryClass, kImmortal, nullptr }, {}, &kPLTypeDictionaryKeyCallBacks,
+    &kPLTypeDictionaryValueCallBacks, false };
+
 PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
     bool isMutable, PLIndex step)
 {
+    if (count == 0 && ! isMutable && ResolveAllocator (allocator) == kPLAllocatorDefault)
+        return &kEmptyDictionary;
     __PLDictionary * d = MakeDictionary (allocator, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks,
         isMutable, count);
     for (PLIndex i = 0; i < count; ++i)
