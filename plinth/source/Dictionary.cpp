@@ -31,10 +31,27 @@ HashTable::Slot * HashTable::PrepareInsert (uint32_t hash, PLAllocatorRef alloca
 {
     if ((int64_t (fCount) + 1) * 4 > int64_t (fCapacity) * 3 && ! Grow (allocator))
         return nullptr;
+    Slot * slot = Place (hash);
+    slot->fHash = hash;
+    return slot;
+}
+
+// Robin Hood placement: the new entry takes the first slot whose entry is nearer its home than
+// the new one would be there, and the run from that slot on moves one slot further. Entries of a
+// run stay in the order of their homes, so that no entry stands much further from home than the
+// others (the longest probe stays near the logarithm of the count) and Find stops early.
+HashTable::Slot * HashTable::Place (uint32_t hash)
+{
+    uint32_t mask = fCapacity - 1;
     uint32_t i = Home (hash);
-    while (fSlots [i].fKey != nullptr)
-        i = (i + 1) & (fCapacity - 1);
-    fSlots [i].fHash = hash;
+    for (uint32_t distance = 0; fSlots [i].fKey != nullptr && Distance (i) >= distance; ++distance)
+        i = (i + 1) & mask;
+    uint32_t end = i;
+    while (fSlots [end].fKey != nullptr)
+        end = (end + 1) & mask;
+    for (; end != i; end = (end - 1) & mask)
+        fSlots [end] = fSlots [(end - 1) & mask];
+    fSlots [i] = Slot {};
     return &fSlots [i];
 }
 
@@ -55,12 +72,8 @@ bool HashTable::Grow (PLAllocatorRef allocator)
     fShift = uint8_t (32 - __builtin_ctz (capacity));
     fOwnBlock = true;
     for (uint32_t k = 0; k < oldCapacity; ++k)
-        if (old [k].fKey != nullptr) {
-            uint32_t i = Home (old [k].fHash);
-            while (fSlots [i].fKey != nullptr)
-                i = (i + 1) & (fCapacity - 1);
-            fSlots [i] = old [k];
-        }
+        if (old [k].fKey != nullptr)
+            *Place (old [k].fHash) = old [k];
     if (oldOwnBlock)
         Deallocate (allocator, old);
     return true;
@@ -333,10 +346,14 @@ bool AddMember (__PLSet * s, void const * value)
     uint32_t hash = uint32_t (s->Lookup ().Hash (value));
     if (s->fTable.Find (value, hash, s->Lookup ()) != nullptr)
         return true;
+    // Retained first: between PrepareInsert and Insert the table has a hole that no callback may see.
+    void const * member = RetainWith (s->fCallBacks->retain, s->fAllocator, value);
     HashTable::Slot * slot = s->fTable.PrepareInsert (hash, s->fAllocator);
-    if (slot == nullptr)
+    if (slot == nullptr) {
+        ReleaseWith (s->fCallBacks->release, s->fAllocator, member);
         return false;
-    s->fTable.Insert (slot, RetainWith (s->fCallBacks->retain, s->fAllocator, value), nullptr);
+    }
+    s->fTable.Insert (slot, member, nullptr);
     return true;
 }
 

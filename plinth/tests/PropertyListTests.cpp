@@ -267,6 +267,22 @@ TEST (PropertyListStreams, FilesRoundTripAndFailingStreamsFailCleanly)
     EXPECT_FALSE (PLReadStreamOpen (Owned<PLReadStreamRef> (PLReadStreamCreateWithFile (kPLAllocatorDefault, missing))));
     EXPECT_FALSE (PLWriteStreamOpen (Owned<PLWriteStreamRef> (PLWriteStreamCreateWithFile (kPLAllocatorDefault, directory))));
     EXPECT_EQ (PLReadStreamCreateWithFile (kPLAllocatorDefault, reinterpret_cast<PLURLRef> (PLSTR ("x"))), nullptr);
+    // A stream that shows neither format in its first bytes is refused there, not read to its end.
+#ifdef _WIN32
+    ScratchPreferences::WriteFile (scratch.File ("junk"), std::string (300000, 'x'));
+    Owned<PLURLRef> junk (fileURL (scratch.File ("junk")));
+    SKERRY_INTERPOSE_IN (readFile, L"Plinth.dll", "KERNEL32.dll", ReadFile);
+#else
+    Owned<PLURLRef> junk (fileURL ("/dev/zero"));   // endless
+#endif
+    Owned<PLReadStreamRef> junkStream (PLReadStreamCreateWithFile (kPLAllocatorDefault, junk));
+    ASSERT_TRUE (PLReadStreamOpen (junkStream));
+    PLStringRef junkError = nullptr;
+    EXPECT_EQ (PLPropertyListCreateWithStream (kPLAllocatorDefault, junkStream, 0, 0, nullptr, &junkError), nullptr);
+    EXPECT_EQ (Reason (junkError), "property list: neither a binary (bplist00) nor an XML property list (at byte 0)");
+#ifdef _WIN32
+    EXPECT_EQ (readFile.Calls (), 1u);
+#endif
 
     // A write that fails gives zero, and the stream writes nothing more.
 #ifdef _WIN32
