@@ -12,8 +12,9 @@
 // they are shared, the result is small but every walk of it as a tree (a writer, a description,
 // an equality) costs its expanded size: the reader counts that size, saturating, as each object's
 // weight (one, plus a string's units or data's bytes, plus the weights of a container's elements)
-// and refuses a document heavier than kExpansionFloor + kExpansionFactor x its size. Files that
-// plistlib writes never share containers, and stay far below that.
+// and refuses a document heavier than kExpansionFloor + kExpansionFactor x its size, or than 2^32 - 1
+// (weights are kept in 32 bits: four bytes per object). Files that plistlib writes never share
+// containers, and stay far below that.
 //
 // Every object read is handed to its container as a reference the container takes over: the first
 // use of a decoded object is the reference it was made with, and only later uses of a shared one
@@ -37,12 +38,12 @@ namespace {
 
 constexpr uint8_t kMagic [8] = { 'b', 'p', 'l', 'i', 's', 't', '0', '0' };
 constexpr std::size_t kTrailerSize = 32;
-constexpr uint64_t kExpansionFloor = uint64_t (1) << 20;
+constexpr uint32_t kExpansionFloor = uint32_t (1) << 20;
 constexpr uint64_t kExpansionFactor = 32;
 
-uint64_t SaturatingAdd (uint64_t x, uint64_t y)
+uint32_t SaturatingAdd (uint32_t x, uint64_t y)
 {
-    return x + y < x ? UINT64_MAX : x + y;
+    return y >= uint64_t (UINT32_MAX - x) ? UINT32_MAX : uint32_t (x + y);
 }
 
 // A zeroed array of `count` elements, freed with the owner.
@@ -78,12 +79,12 @@ public:
 private:
     bool ReadTrailer ();
     bool CheckOffsetTable ();
-    PLTypeRef ReadObject (uint64_t index, int depth, uint64_t & weight);
-    PLTypeRef Decode (uint64_t offset, int depth, uint64_t & weight);
+    PLTypeRef ReadObject (uint64_t index, int depth, uint32_t & weight);
+    PLTypeRef Decode (uint64_t offset, int depth, uint32_t & weight);
     bool Count (uint64_t offset, uint8_t marker, uint64_t & count, uint64_t & payload);
     PLTypeRef ReadInteger (uint64_t offset, unsigned width);
     PLTypeRef ReadString (uint64_t offset, uint64_t count, bool wide);
-    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth, uint64_t & weight);
+    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth, uint32_t & weight);
     bool Shareable (PLTypeRef value) const;
     bool Push (void const * item);
     void Pop (std::size_t first);
@@ -107,8 +108,8 @@ private:
     // object alive when the result lets go of it (a dictionary with a key twice keeps only the
     // last value), so that a later reference to it never meets a freed object.
     Scratch<PLTypeRef> fDecoded;
-    Scratch<uint64_t> fWeights;    // of the objects in fDecoded
-    uint64_t fWeightBound = 0;
+    Scratch<uint32_t> fWeights;    // of the objects in fDecoded
+    uint32_t fWeightBound = 0;
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
     uint64_t fUnitsCapacity = 0;
@@ -157,9 +158,10 @@ PLTypeRef BinaryReader::Read ()
         return nullptr;
     if (! fDecoded.Allocate (fCount) || ! fWeights.Allocate (fCount))
         return Fail ("out of memory", 0);
-    fWeightBound = SaturatingAdd (kExpansionFloor, fInput.Size () > UINT64_MAX / kExpansionFactor ? UINT64_MAX
-        : fInput.Size () * kExpansionFactor);
-    uint64_t weight;
+    // Saturated, the bound is UINT32_MAX - 1, which a weight that saturated exceeds.
+    fWeightBound = SaturatingAdd (kExpansionFloor, uint64_t (fInput.Size ()) * kExpansionFactor);
+    fWeightBound -= fWeightBound == UINT32_MAX ? 1 : 0;
+    uint32_t weight;
     return ReadObject (fTop, 0, weight);
 }
 
@@ -211,7 +213,7 @@ bool BinaryReader::CheckOffsetTable ()
 
 // The object `index`, as a reference the caller owns: made now, or retained when it was made
 // before and is shareable; and its weight.
-PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint64_t & weight)
+PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint32_t & weight)
 {
     PLTypeRef decoded = fDecoded [index];
     weight = fWeights [index];
@@ -239,7 +241,7 @@ bool BinaryReader::Shareable (PLTypeRef value) const
     return type != kDataType || ! fOptions.fMutableLeaves;
 }
 
-PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, uint64_t & weight)
+PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, uint32_t & weight)
 {
     uint8_t marker = 0;
     fObjects.Byte (offset, marker);
@@ -388,7 +390,7 @@ PLTypeRef BinaryReader::ReadString (uint64_t payload, uint64_t count, bool wide)
 }
 
 PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool dictionary, int depth,
-    uint64_t & weight)
+    uint32_t & weight)
 {
     // The count is the elements' weight, not the container's own.
     weight = 1;
@@ -409,7 +411,7 @@ PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool di
             valid = fFailure.Fail ("reference outside the object count", payload + made * fReferenceWidth);
             break;
         }
-        uint64_t itemWeight;
+        uint32_t itemWeight;
         PLTypeRef item = ReadObject (reference, depth + 1, itemWeight);
         if (item == nullptr || ! Push (item)) {
             PLRelease (item);

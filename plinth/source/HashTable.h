@@ -65,11 +65,13 @@ public:
         uint32_t distance = 0;
         for (uint32_t i = Home (hash);; i = (i + 1) & (fCapacity - 1), ++distance) {
             Slot & slot = fSlots [i];
-            // Past an entry nearer its home than the key would be, the key can't stand (Robin Hood).
-            if (slot.fKey == nullptr || Distance (i) < distance)
+            if (slot.fKey == nullptr)
                 return nullptr;
             if (slot.fHash == hash && callBacks.Equal (slot.fKey, key))
                 return &slot;
+            // Past an entry nearer its home than the key would be, the key can't stand (Robin Hood).
+            if (Distance (i) < distance)
+                return nullptr;
         }
     }
 
