@@ -2,6 +2,7 @@
 // for life; a set is a table whose entries have no values.
 #include "HashTable.h"
 #include "Describe.h"
+#include "PropertyList.h"
 
 #include <cstdlib>
 #include <new>
@@ -195,21 +196,33 @@ PLHashCode HashDictionary (Object const * object)
     return PLHashCode (static_cast<__PLDictionary const *> (object)->fTable.Count ());
 }
 
+// Entries with string keys in code-point order, as the writers put them: the table's order
+// follows the process's hash key and would differ from run to run.
 PLStringRef DescribeDictionary (Object const * object)
 {
     __PLDictionary const * d = static_cast<__PLDictionary const *> (object);
+    std::size_t count = std::size_t (d->fTable.Count ());
+    void const ** entries = static_cast<void const **> (std::malloc ((2 * count + 1) * sizeof (void const *)));
+    if (entries == nullptr)
+        return nullptr;
+    // Unsorted with string keys only, the sort ran out of memory.
+    bool sorted = SortedEntries (d, entries, entries + count), strings = true;
+    for (std::size_t i = 0; i < count; ++i)
+        strings = strings && PLGetTypeID (entries [i]) == kStringType;
+    if (! sorted && strings) {
+        std::free (entries);
+        return nullptr;
+    }
     UnitBuffer text;
     text.AppendASCII ("{\n");
-    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
-        HashTable::Slot const & slot = d->fTable.At (i);
-        if (slot.fKey == nullptr)
-            continue;
+    for (std::size_t i = 0; i < count; ++i) {
         text.AppendASCII ("    ");
-        AppendDescription (text, slot.fKey, d->fKeys->copyDescription);
+        AppendDescription (text, entries [i], d->fKeys->copyDescription);
         text.AppendASCII (" = ");
-        AppendDescription (text, slot.fValue, d->fValues->copyDescription);
+        AppendDescription (text, entries [count + i], d->fValues->copyDescription);
         text.AppendASCII (";\n");
     }
+    std::free (entries);
     text.AppendASCII ("}");
     return text.CreateString (kPLAllocatorDefault);
 }
