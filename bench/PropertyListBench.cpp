@@ -12,6 +12,7 @@
 
 #include "Harness.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -243,6 +244,155 @@ double MegabytesPerSecond (std::size_t bytes, double seconds)
     return double (bytes) / 1e6 / seconds;
 }
 
+// ---- Hostile documents ------------------------------------------------------------------------
+
+// The string hash that Plinth had before its hash was keyed, to make keys that all collide in it:
+// per pair of units, hash ^= Mix (pair); hash = rotl (hash, 13) * 5 + C; each step can be undone.
+uint32_t RotateLeft (uint32_t value, int bits) { return (value << bits) | (value >> (32 - bits)); }
+uint32_t Inverse (uint32_t odd)
+{
+    uint32_t x = odd;
+    for (int i = 0; i < 5; ++i)
+        x *= 2 - odd * x;
+    return x;
+}
+uint32_t Mix (uint32_t pair) { return RotateLeft (pair * 0xCC9E2D51u, 15) * 0x1B873593u; }
+uint32_t Unmix (uint32_t mixed) { return RotateLeft (mixed * Inverse (0x1B873593u), 17) * Inverse (0xCC9E2D51u); }
+uint32_t Step (uint32_t hash, uint32_t pair) { return RotateLeft (hash ^ Mix (pair), 13) * 5 + 0xE6546B64u; }
+
+bool Surrogate (uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
+
+// A binary property list of one dictionary of `keys` (four UTF-16 units each, as pairs) to true.
+std::string KeyedDocument (std::vector<std::pair<uint32_t, uint32_t>> const & keys)
+{
+    auto big = [] (std::string & out, uint64_t value, int width) {
+        for (int b = width; b-- > 0;)
+            out += char (value >> (8 * b));
+    };
+    std::size_t count = keys.size ();
+    std::string out = "bplist00\xDF\x12", table;
+    big (out, count, 4);
+    for (std::size_t i = 0; i < count; ++i)
+        big (out, i + 1, 4);
+    for (std::size_t i = 0; i < count; ++i)
+        big (out, count + 1, 4);
+    for (auto const & key : keys) {
+        big (table, out.size (), 4);
+        out += "\x64";
+        for (uint32_t unit : { key.first & 0xFFFF, key.first >> 16, key.second & 0xFFFF, key.second >> 16 })
+            big (out, unit, 2);
+    }
+    std::string head;
+    big (head, 8, 4);
+    table = head + table;
+    big (table, out.size (), 4);
+    out += "\x09";
+    std::size_t tableStart = out.size ();
+    out += table;
+    out += std::string (6, '\0') + "\x04\x04";
+    big (out, count + 2, 8);
+    big (out, 0, 8);
+    big (out, tableStart, 8);
+    return out;
+}
+
+double ReadSeconds (std::string const & bytes)
+{
+    PLDataRef data = PLDataCreateWithBytesNoCopy (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (bytes.data ()),
+        PLIndex (bytes.size ()), kPLAllocatorNull);
+    PLTypeRef value = nullptr;
+    double seconds = Seconds ([&] { value = PLPropertyListCreateWithData (kPLAllocatorDefault, data, 0, nullptr, nullptr); },
+        [&] { PLRelease (value); }, 3);
+    PLRelease (data);
+    return seconds;
+}
+
+std::string Written (PLTypeRef value, double * seconds = nullptr)
+{
+    PLDataRef data = nullptr;
+    double taken = Seconds ([&] { data = PLPropertyListCreateData (kPLAllocatorDefault, value, kPLPropertyListBinaryFormat, 0, nullptr); },
+        [] {}, 1);
+    if (seconds != nullptr)
+        *seconds = taken;
+    std::string bytes = Bytes (data);
+    PLRelease (data);
+    return bytes;
+}
+
+void Ratio (char const * name, double library, double baseline, double target)
+{
+    std::printf ("%-44s %9.3f s %9.3f s %8.2fx %7.2fx%s\n", name, library, baseline, library / baseline, target,
+        library / baseline <= target ? "" : "  (over target)");
+}
+
+// 80,000 keys of one hash in the old string hash against as many random keys; 100,000 NaNs
+// against as many distinct reals written; and the peak memory of an immutable read per byte of
+// the documents that cost the most per byte: empty dictionaries, short strings, small integers.
+void HostileDocuments ()
+{
+    constexpr uint32_t kKeys = 80000, kReals = 100000, kValues = 1000000;
+    uint32_t const start = 0x811C9DC5u ^ 4, target = Step (Step (start, 0x00410041u), 0x00410041u);
+    std::vector<std::pair<uint32_t, uint32_t>> colliding, random;
+    uint32_t seed = 12345;
+    for (uint32_t i = 0; colliding.size () < kKeys; ++i) {
+        uint32_t first = (0x4E00 + (i & 0xFFF)) | (0x4E00 + (i >> 12)) << 16;
+        // The second pair undoes the last step: rotl (h1 ^ Mix (second), 13) * 5 + C == target.
+        uint32_t second = Unmix (RotateLeft ((target - 0xE6546B64u) * Inverse (5), 19) ^ Step (start, first));
+        if (Surrogate (second & 0xFFFF) || Surrogate (second >> 16))
+            continue;
+        colliding.emplace_back (first, second);
+        seed = seed * 1103515245u + 12345u;
+        random.emplace_back (first, 0x4E004E00u + (seed >> 8 & 0x0FFF0FFFu));
+    }
+    std::printf ("\nHostile documents (time: Plinth on the hostile document / on an ordinary one)\n");
+    std::string collidingDocument = KeyedDocument (colliding), randomDocument = KeyedDocument (random);
+    Ratio ("read, 80,000 keys of one old hash / random", ReadSeconds (collidingDocument), ReadSeconds (randomDocument), 2.0);
+
+    PLMutableArrayRef nans = PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks);
+    PLMutableArrayRef reals = PLArrayCreateMutable (kPLAllocatorDefault, 0, &kPLTypeArrayCallBacks);
+    for (uint32_t i = 0; i < kReals; ++i) {
+        double nan = std::nan (""), real = i + 0.5;
+        PLNumberRef a = PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &nan);
+        PLNumberRef b = PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &real);
+        PLArrayAppendValue (nans, a);
+        PLArrayAppendValue (reals, b);
+        PLRelease (a);
+        PLRelease (b);
+    }
+    double nanSeconds = 0, realSeconds = 0;
+    Written (nans, &nanSeconds);
+    Written (reals, &realSeconds);
+    Ratio ("binary write, 100,000 NaNs / distinct reals", nanSeconds, realSeconds, 2.0);
+    PLRelease (nans);
+    PLRelease (reals);
+
+    std::printf ("%-44s %9s %9s %8s\n", "immutable binary read, peak memory / file", "file MB", "peak MB", "ratio");
+    for (int kind = 0; kind < 3; ++kind) {
+        PLMutableArrayRef array = PLArrayCreateMutable (kPLAllocatorDefault, kValues, &kPLTypeArrayCallBacks);
+        for (uint32_t i = 0; i < kValues; ++i) {
+            char text [8];
+            std::snprintf (text, sizeof text, "%x", i);
+            int64_t number = 256 + i;
+            PLTypeRef value = kind == 0 ? PLTypeRef (PLDictionaryCreate (kPLAllocatorDefault, nullptr, nullptr, 0,
+                    &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks))
+                : kind == 1 ? PLTypeRef (PLStringCreateWithCString (kPLAllocatorDefault, text, kPLStringEncodingUTF8))
+                : PLTypeRef (PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &number));
+            PLArrayAppendValue (array, value);
+            PLRelease (value);
+        }
+        std::string bytes = Written (array), path = TemporaryPath ("hostile.binary");
+        PLRelease (array);
+        std::ofstream (path, std::ios::binary) << bytes;
+        std::vector<double> peak = SkerryBench::InFreshProcess (("--peak \"" + path + "\"").c_str ());
+        std::remove (path.c_str ());
+        double kilobytes = peak.empty () ? -1 : peak [0], ratio = kilobytes * 1024 / double (bytes.size ());
+        static char const * const kNames [] = { "1,000,000 empty dictionaries", "1,000,000 short strings",
+            "1,000,000 small integers" };
+        std::printf ("%-44s %9.1f %9.1f %7.2fx %7.2fx%s\n", kNames [kind], double (bytes.size ()) / 1048576,
+            kilobytes / 1024, ratio, 8.0, ratio <= 8.0 ? "" : "  (over target)");
+    }
+}
+
 #ifndef _WIN32
 bool Line (char const * name, std::size_t bytes, double plinth, double peer, double target)
 {
@@ -312,6 +462,7 @@ int main (int argc, char ** argv)
     std::remove (binaryPath.c_str ());
     std::remove (xmlPath.c_str ());
     PLRelease (document);
+    HostileDocuments ();
     // Figures, not tests: a missed target is printed, and the run goes on.
     return 0;
 }

@@ -148,8 +148,15 @@ __PLArray * Mutable (PLMutableArrayRef array)
 
 namespace Plinth {
 
+// The immutable empty array of the readers: one immortal object for all of them, so that a
+// document of empty arrays costs a reference per array.
+__PLArray const kEmptyArray { { &kArrayClass, kImmortal, nullptr }, nullptr, 0, 0, &kPLTypeArrayCallBacks, false,
+    false };
+
 PLArrayRef AdoptArray (PLAllocatorRef allocator, void const ** values, PLIndex count, bool isMutable)
 {
+    if (count == 0 && ! isMutable && ResolveAllocator (allocator) == kPLAllocatorDefault)
+        return &kEmptyArray;
     __PLArray * a = MakeArray (allocator, &kPLTypeArrayCallBacks, isMutable, count);
     if (a == nullptr) {
         for (PLIndex i = 0; i < count; ++i)

@@ -8,7 +8,13 @@
 // reference to an object that is being read is a cycle, and nesting is capped. Objects are
 // decoded once and shared when referenced again; where the result must not share them (mutable
 // containers and leaves), the elements placed in all containers may not outnumber the input's
-// bytes, so that a small file of shared references cannot expand into an exponential tree.
+// bytes, so that a small file of shared references cannot expand into an exponential tree. Where
+// they are shared, the result is small but every walk of it as a tree (a writer, a description,
+// an equality) costs its expanded size: the reader counts that size, saturating, as each object's
+// weight (one, plus a string's units or data's bytes, plus the weights of a container's elements)
+// and refuses a document heavier than kExpansionFloor + kExpansionFactor x its size, or than 2^32 - 1
+// (weights are kept in 32 bits: four bytes per object). Files that plistlib writes never share
+// containers, and stay far below that.
 //
 // Every object read is handed to its container as a reference the container takes over: the first
 // use of a decoded object is the reference it was made with, and only later uses of a shared one
@@ -32,6 +38,13 @@ namespace {
 
 constexpr uint8_t kMagic [8] = { 'b', 'p', 'l', 'i', 's', 't', '0', '0' };
 constexpr std::size_t kTrailerSize = 32;
+constexpr uint32_t kExpansionFloor = uint32_t (1) << 20;
+constexpr uint64_t kExpansionFactor = 32;
+
+uint32_t SaturatingAdd (uint32_t x, uint64_t y)
+{
+    return y >= uint64_t (UINT32_MAX - x) ? UINT32_MAX : uint32_t (x + y);
+}
 
 // A zeroed array of `count` elements, freed with the owner.
 template <typename T>
@@ -66,12 +79,12 @@ public:
 private:
     bool ReadTrailer ();
     bool CheckOffsetTable ();
-    PLTypeRef ReadObject (uint64_t index, int depth);
-    PLTypeRef Decode (uint64_t index, uint64_t offset, int depth);
+    PLTypeRef ReadObject (uint64_t index, int depth, uint32_t & weight);
+    PLTypeRef Decode (uint64_t offset, int depth, uint32_t & weight);
     bool Count (uint64_t offset, uint8_t marker, uint64_t & count, uint64_t & payload);
     PLTypeRef ReadInteger (uint64_t offset, unsigned width);
     PLTypeRef ReadString (uint64_t offset, uint64_t count, bool wide);
-    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth);
+    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth, uint32_t & weight);
     bool Shareable (PLTypeRef value) const;
     bool Push (void const * item);
     void Pop (std::size_t first);
@@ -95,6 +108,8 @@ private:
     // object alive when the result lets go of it (a dictionary with a key twice keeps only the
     // last value), so that a later reference to it never meets a freed object.
     Scratch<PLTypeRef> fDecoded;
+    Scratch<uint32_t> fWeights;    // of the objects in fDecoded
+    uint32_t fWeightBound = 0;
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
     uint64_t fUnitsCapacity = 0;
@@ -141,9 +156,13 @@ PLTypeRef BinaryReader::Read ()
 {
     if (! ReadTrailer () || ! CheckOffsetTable ())
         return nullptr;
-    if (! fDecoded.Allocate (fCount))
+    if (! fDecoded.Allocate (fCount) || ! fWeights.Allocate (fCount))
         return Fail ("out of memory", 0);
-    return ReadObject (fTop, 0);
+    // Saturated, the bound is UINT32_MAX - 1, which a weight that saturated exceeds.
+    fWeightBound = SaturatingAdd (kExpansionFloor, uint64_t (fInput.Size ()) * kExpansionFactor);
+    fWeightBound -= fWeightBound == UINT32_MAX ? 1 : 0;
+    uint32_t weight;
+    return ReadObject (fTop, 0, weight);
 }
 
 bool BinaryReader::ReadTrailer ()
@@ -193,10 +212,11 @@ bool BinaryReader::CheckOffsetTable ()
 }
 
 // The object `index`, as a reference the caller owns: made now, or retained when it was made
-// before and is shareable.
-PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
+// before and is shareable; and its weight.
+PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint32_t & weight)
 {
     PLTypeRef decoded = fDecoded [index];
+    weight = fWeights [index];
     if (decoded != nullptr && decoded != kOnPath)
         return PLRetain (decoded);
     uint64_t offset = 0;
@@ -204,8 +224,10 @@ PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth)
     if (decoded == kOnPath)
         return Fail ("reference cycle", offset);
     fDecoded [index] = kOnPath;
-    PLTypeRef value = Decode (index, offset, depth);
+    weight = 1;
+    PLTypeRef value = Decode (offset, depth, weight);
     fDecoded [index] = value != nullptr && Shareable (value) ? PLRetain (value) : nullptr;
+    fWeights [index] = fDecoded [index] != nullptr ? weight : 0;
     return value;
 }
 
@@ -219,9 +241,8 @@ bool BinaryReader::Shareable (PLTypeRef value) const
     return type != kDataType || ! fOptions.fMutableLeaves;
 }
 
-PLTypeRef BinaryReader::Decode (uint64_t index, uint64_t offset, int depth)
+PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, uint32_t & weight)
 {
-    (void) index;
     uint8_t marker = 0;
     fObjects.Byte (offset, marker);
     uint8_t low = marker & 0x0F;
@@ -267,6 +288,7 @@ PLTypeRef BinaryReader::Decode (uint64_t index, uint64_t offset, int depth)
         uint64_t count, payload;
         if (! Count (offset, marker, count, payload))
             return nullptr;
+        weight = SaturatingAdd (weight, count);
         if (marker >> 4 == 0x4) {
             uint8_t const * bytes = fObjects.Span (payload, count);
             if (bytes == nullptr)
@@ -280,7 +302,7 @@ PLTypeRef BinaryReader::Decode (uint64_t index, uint64_t offset, int depth)
         }
         if (marker >> 4 == 0x5 || marker >> 4 == 0x6)
             return ReadString (payload, count, marker >> 4 == 0x6);
-        return ReadContainer (payload, count, marker >> 4 == 0xD, depth);
+        return ReadContainer (payload, count, marker >> 4 == 0xD, depth, weight);
     }
     case 0x8:
         return Fail ("UID objects are not supported", offset);
@@ -367,8 +389,11 @@ PLTypeRef BinaryReader::ReadString (uint64_t payload, uint64_t count, bool wide)
     return string != nullptr ? string : Fail ("out of memory", payload);
 }
 
-PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool dictionary, int depth)
+PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool dictionary, int depth,
+    uint32_t & weight)
 {
+    // The count is the elements' weight, not the container's own.
+    weight = 1;
     uint64_t references = count, size;
     if ((dictionary && ! CheckedMultiply (count, 2, references))
         || ! CheckedMultiply (references, fReferenceWidth, size) || ! fObjects.Contains (payload, size))
@@ -386,12 +411,16 @@ PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool di
             valid = fFailure.Fail ("reference outside the object count", payload + made * fReferenceWidth);
             break;
         }
-        PLTypeRef item = ReadObject (reference, depth + 1);
+        uint32_t itemWeight;
+        PLTypeRef item = ReadObject (reference, depth + 1, itemWeight);
         if (item == nullptr || ! Push (item)) {
             PLRelease (item);
             valid = item != nullptr && fFailure.Fail ("out of memory", payload);
             break;
         }
+        weight = SaturatingAdd (weight, itemWeight);
+        if (weight > fWeightBound)
+            valid = fFailure.Fail ("shared objects expand beyond 1 MiB + 32 times the input's size", payload);
         if (dictionary && made < count && PLGetTypeID (item) != kStringType)
             valid = fFailure.Fail ("dictionary key is not a string", payload + made * fReferenceWidth);
     }
@@ -489,7 +518,11 @@ bool BinaryWriter::Classify (PLTypeRef value, Kind & kind)
 
 uint32_t BinaryWriter::Hash (PLTypeRef value, Kind kind) const
 {
-    if (kind == Kind::kContainer)
+    // Containers are one by identity, and so are NaNs, which are never merged: hashed alike (as
+    // PLHash hashes them), a document of many NaNs would put them all in one chain.
+    double real = 0;
+    if (kind == Kind::kContainer || (kind == Kind::kReal
+        && PLNumberGetValue (static_cast<PLNumberRef> (value), kPLNumberFloat64Type, &real) && std::isnan (real)))
         return uint32_t (reinterpret_cast<std::uintptr_t> (value) >> 4) * 0x9E3779B1u;
     // Numbers hash by value across integer and real, and 0.0 as -0.0: what Same merges hashes alike.
     return uint32_t (PLHash (value)) * 0x9E3779B1u ^ uint32_t (kind);

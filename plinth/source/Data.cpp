@@ -36,12 +36,8 @@ bool EqualData (Object const * x, Object const * y)
 PLHashCode HashData (Object const * object)
 {
     __PLData const * data = static_cast<__PLData const *> (object);
-    // FNV-1a over at most the first 80 bytes and the length: long blocks hash in constant time.
-    uint32_t hash = 0x811C9DC5u ^ uint32_t (data->fLength);
-    PLIndex count = data->fLength < 80 ? data->fLength : 80;
-    for (PLIndex i = 0; i < count; ++i)
-        hash = (hash ^ data->fBytes [i]) * 0x01000193u;
-    return hash;
+    // Every byte counts: a hash of a prefix would put all blocks that share it in one chain.
+    return FoldHash (KeyedHash (data->fBytes, std::size_t (data->fLength)));
 }
 
 PLStringRef DescribeData (Object const * object)

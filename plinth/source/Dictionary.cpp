@@ -2,6 +2,7 @@
 // for life; a set is a table whose entries have no values.
 #include "HashTable.h"
 #include "Describe.h"
+#include "PropertyList.h"
 
 #include <cstdlib>
 #include <new>
@@ -31,10 +32,27 @@ HashTable::Slot * HashTable::PrepareInsert (uint32_t hash, PLAllocatorRef alloca
 {
     if ((int64_t (fCount) + 1) * 4 > int64_t (fCapacity) * 3 && ! Grow (allocator))
         return nullptr;
+    Slot * slot = Place (hash);
+    slot->fHash = hash;
+    return slot;
+}
+
+// Robin Hood placement: the new entry takes the first slot whose entry is nearer its home than
+// the new one would be there, and the run from that slot on moves one slot further. Entries of a
+// run stay in the order of their homes, so that no entry stands much further from home than the
+// others (the longest probe stays near the logarithm of the count) and Find stops early.
+HashTable::Slot * HashTable::Place (uint32_t hash)
+{
+    uint32_t mask = fCapacity - 1;
     uint32_t i = Home (hash);
-    while (fSlots [i].fKey != nullptr)
-        i = (i + 1) & (fCapacity - 1);
-    fSlots [i].fHash = hash;
+    for (uint32_t distance = 0; fSlots [i].fKey != nullptr && Distance (i) >= distance; ++distance)
+        i = (i + 1) & mask;
+    uint32_t end = i;
+    while (fSlots [end].fKey != nullptr)
+        end = (end + 1) & mask;
+    for (; end != i; end = (end - 1) & mask)
+        fSlots [end] = fSlots [(end - 1) & mask];
+    fSlots [i] = Slot {};
     return &fSlots [i];
 }
 
@@ -55,12 +73,8 @@ bool HashTable::Grow (PLAllocatorRef allocator)
     fShift = uint8_t (32 - __builtin_ctz (capacity));
     fOwnBlock = true;
     for (uint32_t k = 0; k < oldCapacity; ++k)
-        if (old [k].fKey != nullptr) {
-            uint32_t i = Home (old [k].fHash);
-            while (fSlots [i].fKey != nullptr)
-                i = (i + 1) & (fCapacity - 1);
-            fSlots [i] = old [k];
-        }
+        if (old [k].fKey != nullptr)
+            *Place (old [k].fHash) = old [k];
     if (oldOwnBlock)
         Deallocate (allocator, old);
     return true;
@@ -182,21 +196,33 @@ PLHashCode HashDictionary (Object const * object)
     return PLHashCode (static_cast<__PLDictionary const *> (object)->fTable.Count ());
 }
 
+// Entries with string keys in code-point order, as the writers put them: the table's order
+// follows the process's hash key and would differ from run to run.
 PLStringRef DescribeDictionary (Object const * object)
 {
     __PLDictionary const * d = static_cast<__PLDictionary const *> (object);
+    std::size_t count = std::size_t (d->fTable.Count ());
+    void const ** entries = static_cast<void const **> (std::malloc ((2 * count + 1) * sizeof (void const *)));
+    if (entries == nullptr)
+        return nullptr;
+    // Unsorted with string keys only, the sort ran out of memory.
+    bool sorted = SortedEntries (d, entries, entries + count), strings = true;
+    for (std::size_t i = 0; i < count; ++i)
+        strings = strings && PLGetTypeID (entries [i]) == kStringType;
+    if (! sorted && strings) {
+        std::free (entries);
+        return nullptr;
+    }
     UnitBuffer text;
     text.AppendASCII ("{\n");
-    for (uint32_t i = 0; i < d->fTable.Capacity (); ++i) {
-        HashTable::Slot const & slot = d->fTable.At (i);
-        if (slot.fKey == nullptr)
-            continue;
+    for (std::size_t i = 0; i < count; ++i) {
         text.AppendASCII ("    ");
-        AppendDescription (text, slot.fKey, d->fKeys->copyDescription);
+        AppendDescription (text, entries [i], d->fKeys->copyDescription);
         text.AppendASCII (" = ");
-        AppendDescription (text, slot.fValue, d->fValues->copyDescription);
+        AppendDescription (text, entries [count + i], d->fValues->copyDescription);
         text.AppendASCII (";\n");
     }
+    std::free (entries);
     text.AppendASCII ("}");
     return text.CreateString (kPLAllocatorDefault);
 }
@@ -333,10 +359,14 @@ bool AddMember (__PLSet * s, void const * value)
     uint32_t hash = uint32_t (s->Lookup ().Hash (value));
     if (s->fTable.Find (value, hash, s->Lookup ()) != nullptr)
         return true;
+    // Retained first: between PrepareInsert and Insert the table has a hole that no callback may see.
+    void const * member = RetainWith (s->fCallBacks->retain, s->fAllocator, value);
     HashTable::Slot * slot = s->fTable.PrepareInsert (hash, s->fAllocator);
-    if (slot == nullptr)
+    if (slot == nullptr) {
+        ReleaseWith (s->fCallBacks->release, s->fAllocator, member);
         return false;
-    s->fTable.Insert (slot, RetainWith (s->fCallBacks->retain, s->fAllocator, value), nullptr);
+    }
+    s->fTable.Insert (slot, member, nullptr);
     return true;
 }
 
@@ -344,9 +374,15 @@ bool AddMember (__PLSet * s, void const * value)
 
 namespace Plinth {
 
+// The immutable empty dictionary of the readers, one immortal object as kEmptyArray is.
+__PLDictionary const kEmptyDictionary { { &kDictionaryClass, kImmortal, nullptr }, {}, &kPLTypeDictionaryKeyCallBacks,
+    &kPLTypeDictionaryValueCallBacks, false };
+
 PLDictionaryRef AdoptDictionary (PLAllocatorRef allocator, void const ** keys, void const ** values, PLIndex count,
     bool isMutable, PLIndex step)
 {
+    if (count == 0 && ! isMutable && ResolveAllocator (allocator) == kPLAllocatorDefault)
+        return &kEmptyDictionary;
     __PLDictionary * d = MakeDictionary (allocator, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks,
         isMutable, count);
     for (PLIndex i = 0; i < count; ++i)

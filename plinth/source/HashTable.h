@@ -1,5 +1,5 @@
-// The hash table behind dictionaries and sets: open addressing with linear probing over a power-of-
-// two number of slots, at most three quarters full, and deletion by shifting the following entries
+// The hash table behind dictionaries and sets: open addressing with linear probing and Robin Hood
+// placement over a power-of-two number of slots, at most three quarters full, and deletion by shifting the following entries
 // back, so that no tombstones slow later probes. Every entry keeps its full hash, so that growing
 // never calls back into the callbacks and most mismatches are rejected without an equality call.
 // Keys are never null: a null key marks a free slot.
@@ -62,12 +62,16 @@ public:
     {
         if (fCount == 0 || key == nullptr)
             return nullptr;
-        for (uint32_t i = Home (hash);; i = (i + 1) & (fCapacity - 1)) {
+        uint32_t distance = 0;
+        for (uint32_t i = Home (hash);; i = (i + 1) & (fCapacity - 1), ++distance) {
             Slot & slot = fSlots [i];
             if (slot.fKey == nullptr)
                 return nullptr;
             if (slot.fHash == hash && callBacks.Equal (slot.fKey, key))
                 return &slot;
+            // Past an entry nearer its home than the key would be, the key can't stand (Robin Hood).
+            if (Distance (i) < distance)
+                return nullptr;
         }
     }
 
@@ -89,6 +93,9 @@ public:
 
 private:
     uint32_t Home (uint32_t hash) const { return (hash * 0x9E3779B1u) >> fShift; }
+    // How far the entry at `index` stands from its home slot.
+    uint32_t Distance (uint32_t index) const { return (index - Home (fSlots [index].fHash)) & (fCapacity - 1); }
+    Slot * Place (uint32_t hash);
     bool Grow (PLAllocatorRef allocator);
 
     Slot * fSlots = nullptr;

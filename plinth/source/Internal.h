@@ -154,7 +154,12 @@ T * As (void const * object, PLTypeID type)
 PLStringRef MakeString (PLAllocatorRef allocator, PLUniChar const * units, std::size_t count);
 PLStringRef MakeStringFromASCII (char const * text);
 PLUniChar const * StringUnits (PLStringRef string);
+
+// The keyed hash of the process (Hash.cpp), and its forms for units and 64-bit values.
+uint64_t KeyedHash (void const * bytes, std::size_t size);
+inline PLHashCode FoldHash (uint64_t hash) { return PLHashCode (uint32_t (hash >> 32) ^ uint32_t (hash)); }
 PLHashCode HashUnits (PLUniChar const * units, std::size_t count);
+PLHashCode HashInteger (int64_t value);
 
 // A growable buffer of UTF-16 units, for the parts that build text; Failed () after an
 // allocation failure, after which appends do nothing.
@@ -204,6 +209,8 @@ bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents);
 // Creates missing directories, writes a temporary file beside `path` and moves it over `path`.
 bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents);
 void PlatformYield ();
+// `size` bytes from the platform's source of cryptographic randomness; false when it failed.
+bool PlatformRandomBytes (void * bytes, std::size_t size);
 PLUniChar PlatformPathSeparator ();
 // A lock that blocks (a mutex, a slim reader/writer lock), held by a preferences synchronisation
 // across its read, merge and replace of the file, and taken by nothing else: two threads'

@@ -64,11 +64,6 @@ bool EqualNumbers (Object const * x, Object const * y)
     return CompareValues (static_cast<__PLNumber const *> (x), static_cast<__PLNumber const *> (y)) == 0;
 }
 
-PLHashCode HashInteger (int64_t value)
-{
-    uint64_t bits = uint64_t (value) * 0x9E3779B97F4A7C15ull;
-    return PLHashCode (uint32_t (bits >> 32) ^ uint32_t (bits));
-}
 
 PLHashCode HashNumber (Object const * object)
 {
@@ -120,7 +115,8 @@ bool EqualDates (Object const * x, Object const * y)
 
 PLHashCode HashDate (Object const * object)
 {
-    double time = static_cast<__PLDate const *> (object)->fTime;
+    // -0.0 and 0.0 are one time, and hash alike.
+    double time = static_cast<__PLDate const *> (object)->fTime + 0.0;
     uint64_t bits;
     std::memcpy (&bits, &time, sizeof bits);
     return HashInteger (int64_t (bits));

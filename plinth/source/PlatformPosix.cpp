@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +36,21 @@ namespace Plinth {
 PLUniChar PlatformPathSeparator () { return '/'; }
 
 void PlatformYield () { sched_yield (); }
+
+bool PlatformRandomBytes (void * bytes, std::size_t size)
+{
+    uint8_t * at = static_cast<uint8_t *> (bytes);
+    while (size > 0) {
+        ssize_t got = getrandom (at, size, 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        at += got;
+        size -= std::size_t (got);
+    }
+    return true;
+}
 
 namespace {
 pthread_mutex_t sWriters = PTHREAD_MUTEX_INITIALIZER;

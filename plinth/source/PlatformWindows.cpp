@@ -1,11 +1,14 @@
 // The platform part on Windows: the executable's name from GetModuleFileNameW, preferences under
 // %PLINTH_PREFERENCES_DIRECTORY% or %APPDATA%\Plinth\Preferences, and files replaced by writing a
 // temporary file beside them and moving it over the old one.
+// rand_s is declared only when this is defined before the C runtime's headers.
+#define _CRT_RAND_S
 #include "String.h"
 
 #include <windows.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 using namespace Plinth;
@@ -44,6 +47,20 @@ namespace Plinth {
 PLUniChar PlatformPathSeparator () { return '\\'; }
 
 void PlatformYield () { ::SwitchToThread (); }
+
+// rand_s, of the C runtime Plinth already imports, draws from the system's generator
+// (RtlGenRandom) without a library more to load.
+bool PlatformRandomBytes (void * bytes, std::size_t size)
+{
+    uint8_t * at = static_cast<uint8_t *> (bytes);
+    for (std::size_t i = 0; i < size; i += sizeof (unsigned int)) {
+        unsigned int word = 0;
+        if (rand_s (&word) != 0)
+            return false;
+        std::memcpy (at + i, &word, size - i < sizeof word ? size - i : sizeof word);
+    }
+    return true;
+}
 
 // A slim reader/writer lock taken exclusively: it needs no setup nor cleanup, so that a static one
 // serves the whole process.

@@ -152,6 +152,29 @@ bool LooksLikeXML (uint8_t const * bytes, std::size_t size)
     return at < size && bytes [at] == '<';
 }
 
+// Whether the first bytes of a stream already show that it is neither format, so that an endless
+// stream of something else is refused on its first block instead of read to its end. A stream is
+// undecided while it could still begin "bplist", or a mark, white space and "<"; white space alone
+// is given kLeadingSpaceLimit bytes.
+constexpr std::size_t kLeadingSpaceLimit = 4096;
+
+bool PlainlyNeither (uint8_t const * bytes, std::size_t size)
+{
+    if (size == 0 || std::memcmp (bytes, kBinaryMagic, std::min<std::size_t> (size, 6)) == 0)
+        return false;
+    if (bytes [0] == 0xFF || bytes [0] == 0xFE)
+        return size >= 2 && ! LooksLikeXML (bytes, 2);
+    std::size_t at = 0;
+    if (bytes [0] == 0xEF) {
+        if (std::memcmp (bytes, "\xEF\xBB\xBF", std::min<std::size_t> (size, 3)) != 0)
+            return true;
+        at = 3;
+    }
+    while (at < size && (bytes [at] == ' ' || bytes [at] == '\t' || bytes [at] == '\n' || bytes [at] == '\r'))
+        ++at;
+    return at < size ? bytes [at] != '<' : size > kLeadingSpaceLimit;
+}
+
 PLTypeRef CreateWithBytes (PLAllocatorRef allocator, uint8_t const * bytes, std::size_t size, PLOptionFlags options,
     PLPropertyListFormat * format, PLStringRef * errorString)
 {
@@ -228,7 +251,7 @@ PLTypeRef PLPropertyListCreateWithStream (PLAllocatorRef allocator, PLReadStream
             break;
         got = PLReadStreamRead (stream, at, PLIndex (block));
         contents.Truncate (before + (got > 0 ? std::size_t (got) : 0));
-        if (got <= 0)
+        if (got <= 0 || PlainlyNeither (contents.Bytes (), contents.Size ()))
             break;
     }
     if (got < 0 || contents.Failed () || streamLength < 0) {

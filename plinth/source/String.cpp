@@ -48,15 +48,6 @@ PLStringRef DescribeString (Object const * object)
 
 Class const kStringClass = { kStringType, "PLString", FinalizeString, EqualStrings, HashString, DescribeString };
 
-uint32_t RotateLeft (uint32_t value, int bits) { return (value << bits) | (value >> (32 - bits)); }
-
-uint32_t MixUnitPair (uint32_t pair)
-{
-    pair *= 0xCC9E2D51u;
-    pair = RotateLeft (pair, 15);
-    return pair * 0x1B873593u;
-}
-
 // Interned constants: a small open-addressed table of (text, string), grown by doubling.
 struct Constant {
     char * fText;
@@ -112,23 +103,6 @@ PLStringRef MakeImmortal (char const * text)
 
 namespace Plinth {
 
-PLHashCode HashUnits (PLUniChar const * units, std::size_t count)
-{
-    uint32_t hash = 0x811C9DC5u ^ uint32_t (count);
-    std::size_t i = 0;
-    for (; i + 2 <= count; i += 2) {
-        hash ^= MixUnitPair (uint32_t (units [i]) | (uint32_t (units [i + 1]) << 16));
-        hash = RotateLeft (hash, 13) * 5 + 0xE6546B64u;
-    }
-    if (i < count)
-        hash ^= MixUnitPair (units [i]);
-    hash ^= hash >> 16;
-    hash *= 0x85EBCA6Bu;
-    hash ^= hash >> 13;
-    hash *= 0xC2B2AE35u;
-    hash ^= hash >> 16;
-    return hash;
-}
 
 PLStringRef MakeString (PLAllocatorRef allocator, PLUniChar const * units, std::size_t count)
 {

@@ -128,6 +128,9 @@ bool XMLWriter::Write (PLTypeRef value)
 
 bool XMLWriter::Value (PLTypeRef value, int depth)
 {
+    // Output that failed (memory ran out) ends the walk: nothing after it could be kept.
+    if (fOut.Failed ())
+        return fFailure.Fail ("out of memory");
     char text [64];
     switch (PLGetTypeID (value)) {
     case kStringType:

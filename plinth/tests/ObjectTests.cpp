@@ -125,6 +125,13 @@ TEST (Number, ValuesConvertAndSayWhetherAnythingWasLost)
     EXPECT_EQ (PLNumberCreate (kPLAllocatorDefault, PLNumberType (99), &small), nullptr);
     Owned<PLNumberRef> n1 (Real (std::nan (""))), n2 (Real (std::nan ("")));
     EXPECT_TRUE (PLEqual (n1, n2) && PLHash (n1) == PLHash (n2));   // so that a NaN key can be found again
+    // Every byte of data counts in its hash, and a date of -0.0 is the one of 0.0.
+    uint8_t block [100] = {};
+    Owned<PLDataRef> d1 (PLDataCreate (kPLAllocatorDefault, block, 100));
+    block [99] = 1;
+    Owned<PLDataRef> d2 (PLDataCreate (kPLAllocatorDefault, block, 100));
+    EXPECT_TRUE (PLHash (d1) != PLHash (d2) && PLHash (Owned<PLDateRef> (PLDateCreate (kPLAllocatorDefault, 0.0)))
+        == PLHash (Owned<PLDateRef> (PLDateCreate (kPLAllocatorDefault, -0.0))));
     EXPECT_TRUE (PLBooleanGetValue (kPLBooleanTrue));
     EXPECT_FALSE (PLBooleanGetValue (kPLBooleanFalse) || PLBooleanGetValue (nullptr));
 }

@@ -133,13 +133,28 @@ TEST (PropertyListHardening, ReasonsNameTheByteAndSharedObjectsStaySharedWhenImm
     std::string reason;
     Owned<PLTypeRef> none (Read (Data ("hostile/reference-outside.binary"), 0, &reason));
     EXPECT_EQ (reason, "binary property list: reference outside the object count (at byte 9)");
-    // 2^60 leaves when copied out, 60 arrays when shared: immutable results share.
-    std::string doubling = Data ("hostile/expansion-60.binary");
-    Owned<PLTypeRef> shared (Read (doubling, kPLPropertyListImmutable, &reason));
+    // Object i an array of object i+1 twice, the last true: a tree of 2^(n+1)-1 objects, shared
+    // when immutable up to 1 MiB + 32 per byte of input (2^60 is refused in both ways: index.txt).
+    auto doubling = [] (int levels) {
+        std::string out = "bplist00", table, trailer (32, '\0');
+        for (int i = 0; i <= levels; ++i) {
+            table += char (out.size ());
+            out += i < levels ? std::string { '\xA2', char (i + 1), char (i + 1) } : std::string ("\x09");
+        }
+        trailer [6] = trailer [7] = 1, trailer [15] = char (levels + 1), trailer [31] = char (out.size ());
+        return out + table + trailer;
+    };
+    Owned<PLTypeRef> shared (Read (doubling (19), kPLPropertyListImmutable, &reason));
     ASSERT_NE (shared.Get (), nullptr) << reason;
     PLArrayRef top = static_cast<PLArrayRef> (shared.Get ());
     EXPECT_EQ (PLArrayGetValueAtIndex (top, 0), PLArrayGetValueAtIndex (top, 1));
-    EXPECT_EQ (Read (doubling, kPLPropertyListMutableContainers), nullptr);
+    EXPECT_EQ (Read (doubling (20), kPLPropertyListImmutable, &reason), nullptr);
+    EXPECT_EQ (reason, "binary property list: shared objects expand beyond 1 MiB + 32 times the input's size (at byte 9)");
+    // Empty containers read immutable are one object, mutable ones each their own.
+    Owned<PLArrayRef> empties (static_cast<PLArrayRef> (Read ("<plist><array><dict/><array/><dict/><array/></array></plist>", 0)));
+    Owned<PLArrayRef> copies (static_cast<PLArrayRef> (Read ("<plist><array><dict/><dict/></array></plist>", 1)));
+    EXPECT_TRUE (PLArrayGetValueAtIndex (empties, 0) == PLArrayGetValueAtIndex (empties, 2) && PLArrayGetValueAtIndex (empties, 1)
+        == PLArrayGetValueAtIndex (empties, 3) && PLArrayGetValueAtIndex (copies, 0) != PLArrayGetValueAtIndex (copies, 1));
     // Nesting as deep as allowed reads; the limit is the same when writing.
     std::string arrays = "<true/>";
     for (int i = 0; i < 512; ++i)
@@ -249,6 +264,22 @@ TEST (PropertyListStreams, FilesRoundTripAndFailingStreamsFailCleanly)
     EXPECT_FALSE (PLReadStreamOpen (Owned<PLReadStreamRef> (PLReadStreamCreateWithFile (kPLAllocatorDefault, missing))));
     EXPECT_FALSE (PLWriteStreamOpen (Owned<PLWriteStreamRef> (PLWriteStreamCreateWithFile (kPLAllocatorDefault, directory))));
     EXPECT_EQ (PLReadStreamCreateWithFile (kPLAllocatorDefault, reinterpret_cast<PLURLRef> (PLSTR ("x"))), nullptr);
+    // A stream that shows neither format in its first bytes is refused there, not read to its end.
+#ifdef _WIN32
+    ScratchPreferences::WriteFile (scratch.File ("junk"), std::string (300000, 'x'));
+    Owned<PLURLRef> junk (fileURL (scratch.File ("junk")));
+    SKERRY_INTERPOSE_IN (readFile, L"Plinth.dll", "KERNEL32.dll", ReadFile);
+#else
+    Owned<PLURLRef> junk (fileURL ("/dev/zero"));   // endless
+#endif
+    Owned<PLReadStreamRef> junkStream (PLReadStreamCreateWithFile (kPLAllocatorDefault, junk));
+    ASSERT_TRUE (PLReadStreamOpen (junkStream));
+    PLStringRef junkError = nullptr;
+    EXPECT_EQ (PLPropertyListCreateWithStream (kPLAllocatorDefault, junkStream, 0, 0, nullptr, &junkError), nullptr);
+    EXPECT_EQ (Reason (junkError), "property list: neither a binary (bplist00) nor an XML property list (at byte 0)");
+#ifdef _WIN32
+    EXPECT_EQ (readFile.Calls (), 1u);
+#endif
 
     // A write that fails gives zero, and the stream writes nothing more.
 #ifdef _WIN32

@@ -80,6 +80,7 @@ def inputs():
         ('cycle-dictionary.binary', 'reference cycle', bplist([b'\xd1\x01\x02', b'\x51k', b'\xa1\x00']), 1),
         ('nesting-513.binary', 'containers nested too deeply', nested_arrays(513)),
         ('expansion-60.binary', 'shared objects expand beyond the input\'s size', doubling(60), 1),
+        ('expansion-60.binary', 'shared objects expand beyond 1 MiB + 32 times the input\'s size', doubling(60)),
         ('array-count-huge.binary', 'container runs past the object area', bplist([b'\xaf\x13' + i8(2**40)])),
         ('dictionary-count-overflow.binary', 'container runs past the object area',
           bplist([b'\xdf\x13' + i8(2**62 + 1)], ref_size=4)),
