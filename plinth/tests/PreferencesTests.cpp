@@ -3,6 +3,14 @@
 #include "PlinthTest.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 using namespace PlinthTest;
 
@@ -101,7 +109,7 @@ TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
     EXPECT_EQ (Magic (scratch.Directory () + under + "PlinthPreferencesTest.plist"), "bplist00");
 }
 
-TEST (Preferences, RefusedNamesValuesAndFiles)
+TEST (Preferences, RefusedNamesAndValues)
 {
     ScratchPreferences scratch;
     NoLeaks noLeaks;
@@ -115,15 +123,81 @@ TEST (Preferences, RefusedNamesValuesAndFiles)
     PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
     EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
     EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
-
-    // A file that isn't in the stored form reads as no values, and isn't overwritten by a read.
-    std::string file = scratch.File ("PlinthPreferencesTest.plist");
-    ScratchPreferences::WriteFile (file, std::string ("bplist00\xD5\x05\x00\x00\x00", 13));
-    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
-    EXPECT_EQ (ScratchPreferences::ReadFile (file).size (), 13u);
-    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
-    EXPECT_FALSE (PLPreferencesAppSynchronize (kApplication));   // no merge over what can't be read
-    PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
-    ScratchPreferences::WriteFile (file, "");
-    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
 }
+
+// A store that can't be read or replaced now fails the synchronisation and stays byte for byte,
+// with no file left beside it; an XML store is read and written back binary; a damaged one is kept
+// aside under the name that one line gives, and its values start afresh.
+TEST (Preferences, NoStoredByteIsLost)
+{
+    ScratchPreferences scratch;
+    NoLeaks noLeaks;
+    std::string file = scratch.File ("PlinthPreferencesTest.plist"), xml = "<plist><dict><key>Kept</key><string>x</string></dict></plist>";
+    auto synchronize = [&] (std::string & log) {
+        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
+        testing::internal::CaptureStderr ();
+        bool done = PLPreferencesAppSynchronize (kApplication);
+        log = testing::internal::GetCapturedStderr ();
+        return done;
+    };
+    auto unchanged = [&] (char const * how, std::function<void ()> hold, std::function<void ()> release) {
+        ScratchPreferences::WriteFile (file, xml);
+        hold ();
+        std::string log;
+        EXPECT_FALSE (synchronize (log)) << how;
+        release ();
+        EXPECT_EQ (ScratchPreferences::ReadFile (file), xml) << how;
+        EXPECT_EQ (std::distance (std::filesystem::directory_iterator (scratch.Directory ()), std::filesystem::directory_iterator ()), 2) << how;
+    };
+    using std::filesystem::perms;
+    unchanged ("read-only", [&] { std::filesystem::permissions (file, perms::owner_write | perms::group_write | perms::others_write, std::filesystem::perm_options::remove); },
+        [&] { std::filesystem::permissions (file, perms::owner_write, std::filesystem::perm_options::add); });
+#ifdef _WIN32
+    HANDLE held = INVALID_HANDLE_VALUE;   // another program's handle: no sharing, then reading shared but not deletion
+    for (DWORD sharing : { DWORD (0), DWORD (FILE_SHARE_READ) })
+        unchanged (sharing == 0 ? "held" : "held without deletion", [&] {
+            held = ::CreateFileA (file.c_str (), GENERIC_READ, sharing, nullptr, OPEN_EXISTING, 0, nullptr);
+        }, [&] { ::CloseHandle (held); });
+#else
+    unchanged ("unreadable", [&] { std::filesystem::remove (file), std::filesystem::create_directory (file); },
+        [&] { std::filesystem::remove (file), ScratchPreferences::WriteFile (file, xml); });
+#endif
+    std::string log;
+    EXPECT_EQ (StringValue (PLSTR ("Kept")), "x");
+    ASSERT_TRUE (synchronize (log));
+    EXPECT_EQ (Magic (file) + StringValue (PLSTR ("Kept")) + log, "bplist00x");
+
+    std::string damaged ("bplist00\xD5\x05\x00\x00\x00", 13);
+    ScratchPreferences::WriteFile (file, damaged);
+    EXPECT_EQ (StringValue (PLSTR ("Kept")), "(none)");
+    ASSERT_TRUE (synchronize (log));
+    std::string aside;
+    for (auto const & entry : std::filesystem::directory_iterator (scratch.Directory ()))
+        if (entry.path ().string ().find (".damaged-") != std::string::npos)
+            aside = entry.path ().string ();
+    EXPECT_EQ (ScratchPreferences::ReadFile (aside), damaged);
+    EXPECT_EQ (log, "Plinth: the preferences file " + file + " is damaged (file too short for a binary property list, at byte 13); its bytes are kept in "
+        + aside + ", and its values start afresh\n");
+    EXPECT_EQ (StringValue (PLSTR ("k")) + StringValue (PLSTR ("Kept")), "v(none)");
+}
+
+#ifndef _WIN32
+// Two processes synchronising their own keys at once keep each other's.
+TEST (Preferences, TwoProcessesKeepEachOthersKeys)
+{
+    ScratchPreferences scratch;
+    pid_t child = fork ();
+    int failures = 0;
+    for (int i = 0; i < 100; ++i) {
+        Owned<PLStringRef> key (PLStringCreateWithFormat (nullptr, nullptr, PLSTR ("%s%d"), child == 0 ? "child" : "parent", i));
+        PLPreferencesSetAppValue (key, key, kApplication);
+        failures += PLPreferencesAppSynchronize (kApplication) ? 0 : 1;
+    }
+    if (child == 0)
+        _exit (failures);
+    int status = -1;
+    EXPECT_EQ (waitpid (child, &status, 0), child);
+    EXPECT_EQ (status + failures, 0);
+    EXPECT_EQ (PLArrayGetCount (Owned<PLArrayRef> (PLPreferencesCopyKeyList (kApplication))), 200);
+}
+#endif
