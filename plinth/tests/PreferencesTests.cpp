@@ -126,11 +126,9 @@ TEST (Preferences, NoStoredByteIsLost)
         EXPECT_EQ (ScratchPreferences::ReadFile (file), xml) << how;
         EXPECT_EQ (std::distance (std::filesystem::directory_iterator (scratch.Directory ()), std::filesystem::directory_iterator ()), 2) << how;
     };
-    using std::filesystem::perms;
-    auto writable = [&] (std::filesystem::perm_options change) {
-        std::filesystem::permissions (file, perms::owner_write | perms::group_write | perms::others_write, change);
-    };
-    unchanged ("read-only", [&] { writable (std::filesystem::perm_options::remove); }, [&] { writable (std::filesystem::perm_options::add); });
+    auto writes = std::filesystem::perms::owner_write | std::filesystem::perms::group_write | std::filesystem::perms::others_write;
+    unchanged ("read-only", [&] { std::filesystem::permissions (file, writes, std::filesystem::perm_options::remove); },
+        [&] { std::filesystem::permissions (file, writes, std::filesystem::perm_options::add); });
 #ifdef _WIN32
     HANDLE held = INVALID_HANDLE_VALUE;   // another program's handle: not shared, then shared for reading only
     for (DWORD sharing : { DWORD (0), DWORD (FILE_SHARE_READ) })
