@@ -138,7 +138,7 @@ bool ReadStore (PLStringRef path, PLMutableDictionaryRef & values, PLDataRef & c
         root = size >= 6 && std::memcmp (bytes, "bplist", 6) == 0 ? ReadBinaryPropertyList (bytes, size, options, damage)
             : ReadXMLPropertyList (bytes, size, options, damage);
         if (root != nullptr && PLGetTypeID (root) != PLDictionaryGetTypeID ())
-            damage.Fail ("the top object is not a dictionary", 0);
+            damage.Fail ("the top object is not a dictionary");
     }
     // A read that fails for want of memory may give no reason: only one that gives another is damage.
     if (size == 0 || (damage.fReason != nullptr && ! IsOutOfMemory (damage)))
