@@ -34,7 +34,7 @@ std::string Magic (std::string const & path)
 
 }
 
-TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
+TEST (Preferences, ValuesAreSeenAtOnceLastAndUnfitOnesAreRefused)
 {
     ScratchPreferences scratch;
     NoLeaks noLeaks;
@@ -59,6 +59,18 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     PLDictionarySetValue (static_cast<PLMutableDictionaryRef> (const_cast<void *> (pending.Get ())), PLSTR ("c"), PLSTR ("d"));
     EXPECT_EQ (PLDictionaryGetCount (static_cast<PLDictionaryRef> (pending.Get ())), 0);
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+
+    // Refused names and values.
+    for (char const * name : { "a/b", "a\\b", "..", "", "c:x" }) {
+        Owned<PLStringRef> bad (CreateString (name));
+        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), bad);
+        EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), bad), nullptr) << name;
+        EXPECT_FALSE (PLPreferencesAppSynchronize (bad)) << name;
+    }
+    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
+    PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
+    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
+    EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
 }
 
 TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
@@ -69,8 +81,7 @@ TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
     ASSERT_TRUE (PLPreferencesAppSynchronize (kPLPreferencesCurrentApplication));
     EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("PlinthTests")), "srv*c:\\sym");
 
-    // Without redirection, preferences live in the user's application data (here the scratch
-    // directory stands for the user's own).
+    // Without redirection: in the user's application data, for which the scratch directory stands.
 #ifdef _WIN32
     char const * variable = "APPDATA", * under = "\\Plinth\\Preferences\\";
 #else
@@ -84,22 +95,6 @@ TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
     SetVariable (variable, previous == nullptr ? nullptr : kept.c_str ());
     EXPECT_EQ (Magic (scratch.Directory () + under + "PlinthPreferencesTest.plist"), "bplist00");
-}
-
-TEST (Preferences, RefusedNamesAndValues)
-{
-    ScratchPreferences scratch;
-    NoLeaks noLeaks;
-    for (char const * name : { "a/b", "a\\b", "..", "", "c:x" }) {
-        Owned<PLStringRef> bad (CreateString (name));
-        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), bad);
-        EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), bad), nullptr) << name;
-        EXPECT_FALSE (PLPreferencesAppSynchronize (bad)) << name;
-    }
-    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
-    PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
-    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
-    EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
 }
 
 // A store that can't be read or replaced now fails the synchronisation and stays byte for byte,
@@ -120,9 +115,8 @@ TEST (Preferences, NoStoredByteIsLost)
     };
     auto unchanged = [&] (char const * how, auto hold, auto release) {
         ScratchPreferences::WriteFile (file, xml);
-        hold ();
-        EXPECT_FALSE (synchronize ()) << how;
-        release ();
+        bool done = (hold (), synchronize ());
+        EXPECT_FALSE ((release (), done)) << how;
         EXPECT_EQ (ScratchPreferences::ReadFile (file), xml) << how;
         EXPECT_EQ (std::distance (std::filesystem::directory_iterator (scratch.Directory ()), std::filesystem::directory_iterator ()), 2) << how;
     };
