@@ -5,7 +5,8 @@
 // A file opened for writing is a sibling of `path`, a new file in the same directory, so that the
 // file at `path` is replaced whole or not at all: closing with `keep` moves the sibling over it in
 // one rename, and closing without removes the sibling and leaves `path` as it was. A reader never
-// sees a torn or an empty file, and a shorter file over a longer one leaves no tail. What isn't a
+// sees a torn or an empty file, and a shorter file over a longer one leaves no tail. On Windows the
+// move waits a moment while another process has the file open. What isn't a
 // regular file or a directory (a device, a pipe) can't be replaced, and is written in place.
 #ifndef PLINTH_FILE_ACCESS_H
 #define PLINTH_FILE_ACCESS_H
@@ -33,6 +34,11 @@ bool PlatformCloseFile (PlatformFile * file, bool keep);
 #ifdef _WIN32
 // A terminated copy of a string's units, freed by the caller (PlatformWindows.cpp).
 wchar_t * CopyTerminated (PLStringRef string);
+// Another process may hold a file open for a moment in a way that refuses what this one asks (a
+// scanner, a backup, a reader that doesn't share deletion): after such a failure, `error`, this
+// pauses and gives true, so that the caller tries again, until a second in all has been waited.
+// `waited` counts it, from 0.
+bool WaitWhileShared (unsigned long error, unsigned & waited);
 #endif
 
 }

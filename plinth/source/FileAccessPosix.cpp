@@ -80,12 +80,15 @@ PlatformFile * OpenSibling (char * native, struct stat const * old)
     return NewFile (descriptor, native, sibling);
 }
 
-// A directory can't be replaced; a device or a pipe is written in place, as it must be.
+// A directory can't be replaced, nor a read-only file: one that nobody may write, or this process
+// may not (the rename would replace it all the same, as the directory allows it). A device or a
+// pipe is written in place, as it must be.
 PlatformFile * OpenForWriting (char * native)
 {
     struct stat old;
     bool exists = ::stat (native, &old) == 0;
-    if (exists && S_ISDIR (old.st_mode)) {
+    bool readOnly = exists && S_ISREG (old.st_mode) && ((old.st_mode & 0222) == 0 || ::access (native, W_OK) != 0);
+    if ((exists && S_ISDIR (old.st_mode)) || readOnly) {
         std::free (native);
         return nullptr;
     }

@@ -110,6 +110,18 @@ PlatformFile * OpenForWriting (wchar_t * name)
 
 }
 
+// A move over a file open without FILE_SHARE_DELETE fails with ERROR_ACCESS_DENIED; a read-only
+// file, which gives the same, is refused before the move.
+bool WaitWhileShared (unsigned long error, unsigned & waited)
+{
+    constexpr unsigned kPause = 20, kWait = 1000;
+    if ((error != ERROR_SHARING_VIOLATION && error != ERROR_LOCK_VIOLATION && error != ERROR_ACCESS_DENIED) || waited >= kWait)
+        return false;
+    ::Sleep (kPause);
+    waited += kPause;
+    return true;
+}
+
 PLURLPathStyle PlatformPathStyle () { return kPLURLWindowsPathStyle; }
 
 PlatformFile * PlatformOpenFile (PLStringRef path, bool forWriting)
@@ -140,8 +152,10 @@ bool PlatformCloseFile (PlatformFile * file, bool keep)
     bool flushed = ! replacing || ! keep || ::FlushFileBuffers (file->fHandle);
     bool closed = ::CloseHandle (file->fHandle) != 0 && flushed;
     if (replacing) {
-        closed = closed && keep
-            && ::MoveFileExW (file->fSibling, file->fPath, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+        unsigned waited = 0;
+        while (closed && keep && ! ::MoveFileExW (file->fSibling, file->fPath, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            closed = WaitWhileShared (::GetLastError (), waited);
+        closed = closed && keep;
         if (! closed)
             ::DeleteFileW (file->fSibling);
     }

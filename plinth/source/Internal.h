@@ -206,8 +206,17 @@ PLStringRef PlatformCopyPreferencesDirectory ();
 // can't be read whole (memory running out included), so that a failed read is never taken for an
 // empty store.
 bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents);
-// Creates missing directories, writes a temporary file beside `path` and moves it over `path`.
-bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents);
+// Creates the missing levels of `directory`; false when one can't be made.
+bool PlatformMakeDirectories (PLStringRef directory);
+// The lock that orders the preferences synchronisations of all processes: the file at `path`,
+// made when missing and never removed (removing it would let two processes lock two files of one
+// name), locked exclusively with the platform's file locks, waiting while another process holds
+// it. The system drops a lock whose process ends. Null when the file can't be opened or locked.
+struct PlatformFileLock;
+PlatformFileLock * PlatformLockFile (PLStringRef path);
+void PlatformUnlockFile (PlatformFileLock * lock);
+// One line for whoever watches the process: standard error, and on Windows the debugger too.
+void PlatformLog (char const * line);
 void PlatformYield ();
 // `size` bytes from the platform's source of cryptographic randomness; false when it failed.
 bool PlatformRandomBytes (void * bytes, std::size_t size);

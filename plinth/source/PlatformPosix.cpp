@@ -1,13 +1,17 @@
 // The platform part on POSIX systems (the native build, where the portable core is tested):
 // the executable's name from /proc/self/exe, preferences under PLINTH_PREFERENCES_DIRECTORY or
-// $HOME/.config/Plinth/Preferences, files through stdio and rename, the writers' lock a mutex.
+// $HOME/.config/Plinth/Preferences, files read through stdio, the writers' lock a mutex and the
+// processes' lock a lock file taken with flock.
 #include "Internal.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -121,44 +125,55 @@ bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents)
     return true;
 }
 
-bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents)
+bool PlatformMakeDirectories (PLStringRef directory)
 {
     char * folder = CopyNativePath (directory);
-    if (folder == nullptr)
-        return false;
-    for (char * slash = std::strchr (folder + 1, '/');; slash = std::strchr (slash + 1, '/')) {
+    bool made = folder != nullptr && *folder != 0;
+    for (char * slash = made ? folder : nullptr; made && slash != nullptr;) {
+        slash = std::strchr (slash + 1, '/');
         if (slash != nullptr)
             *slash = 0;
-        if (mkdir (folder, 0777) != 0 && errno != EEXIST) {
-            std::free (folder);
-            return false;
-        }
-        if (slash == nullptr)
-            break;
-        *slash = '/';
+        made = mkdir (folder, 0777) == 0 || errno == EEXIST;
+        if (slash != nullptr)
+            *slash = '/';
     }
     std::free (folder);
-    char * target = CopyNativePath (path);
-    if (target == nullptr)
-        return false;
-    std::size_t size = std::strlen (target) + 32;
-    char * temporary = static_cast<char *> (std::malloc (size));
-    bool written = false;
-    if (temporary != nullptr) {
-        std::snprintf (temporary, size, "%s.%ld.tmp", target, long (getpid ()));
-        std::FILE * file = std::fopen (temporary, "wb");
-        if (file != nullptr) {
-            std::size_t length = std::size_t (PLDataGetLength (contents));
-            written = std::fwrite (PLDataGetBytePtr (contents), 1, length, file) == length;
-            written = std::fclose (file) == 0 && written;
-            written = written && std::rename (temporary, target) == 0;
-            if (! written)
-                std::remove (temporary);
-        }
+    return made;
+}
+
+struct PlatformFileLock {
+    int fDescriptor;
+};
+
+// flock, not fcntl's record locks: those belong to the process and go with the first descriptor
+// of the file that it closes, wherever in the process that happens.
+PlatformFileLock * PlatformLockFile (PLStringRef path)
+{
+    char * native = CopyNativePath (path);
+    int descriptor = native == nullptr ? -1 : ::open (native, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    std::free (native);
+    int locked = -1;
+    while (descriptor >= 0 && (locked = ::flock (descriptor, LOCK_EX)) != 0 && errno == EINTR)
+        continue;
+    PlatformFileLock * lock = locked == 0 ? static_cast<PlatformFileLock *> (std::malloc (sizeof (PlatformFileLock))) : nullptr;
+    if (lock == nullptr) {
+        if (descriptor >= 0)
+            ::close (descriptor);   // which drops the lock too
+        return nullptr;
     }
-    std::free (temporary);
-    std::free (target);
-    return written;
+    lock->fDescriptor = descriptor;
+    return lock;
+}
+
+void PlatformUnlockFile (PlatformFileLock * lock)
+{
+    ::close (lock->fDescriptor);
+    std::free (lock);
+}
+
+void PlatformLog (char const * line)
+{
+    std::fprintf (stderr, "%s\n", line);
 }
 
 }

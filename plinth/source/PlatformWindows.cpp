@@ -1,12 +1,14 @@
 // The platform part on Windows: the executable's name from GetModuleFileNameW, preferences under
-// %PLINTH_PREFERENCES_DIRECTORY% or %APPDATA%\Plinth\Preferences, and files replaced by writing a
-// temporary file beside them and moving it over the old one.
+// %PLINTH_PREFERENCES_DIRECTORY% or %APPDATA%\Plinth\Preferences, files read whole, the writers'
+// lock a slim reader/writer lock and the processes' lock a lock file taken with LockFileEx.
 // rand_s is declared only when this is defined before the C runtime's headers.
 #define _CRT_RAND_S
+#include "FileAccess.h"
 #include "String.h"
 
 #include <windows.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -109,13 +111,16 @@ bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents)
     wchar_t * name = CopyTerminated (path);
     if (name == nullptr)
         return false;
-    HANDLE file = ::CreateFileW (name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-        FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file;
+    DWORD error = ERROR_SUCCESS;
+    unsigned waited = 0;
+    do
+        file = ::CreateFileW (name, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+            FILE_ATTRIBUTE_NORMAL, nullptr);
+    while (file == INVALID_HANDLE_VALUE && (error = ::GetLastError ()) != ERROR_ACCESS_DENIED && WaitWhileShared (error, waited));
     std::free (name);
-    if (file == INVALID_HANDLE_VALUE) {
-        DWORD error = ::GetLastError ();
+    if (file == INVALID_HANDLE_VALUE)
         return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-    }
     PLMutableDataRef data = PLDataCreateMutable (kPLAllocatorDefault, 0);
     bool failed = data == nullptr;
     while (! failed) {
@@ -140,7 +145,7 @@ bool PlatformCopyFileContents (PLStringRef path, PLDataRef & contents)
     return true;
 }
 
-bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef contents)
+bool PlatformMakeDirectories (PLStringRef directory)
 {
     wchar_t * folder = CopyTerminated (directory);
     if (folder == nullptr)
@@ -155,31 +160,48 @@ bool PlatformReplaceFile (PLStringRef directory, PLStringRef path, PLDataRef con
         }
     bool made = ::CreateDirectoryW (folder, nullptr) || ::GetLastError () == ERROR_ALREADY_EXISTS;
     std::free (folder);
-    if (! made)
-        return false;
-    wchar_t * target = CopyTerminated (path);
-    if (target == nullptr)
-        return false;
-    std::size_t size = std::wcslen (target) + 32;
-    wchar_t * temporary = static_cast<wchar_t *> (std::malloc (size * sizeof (wchar_t)));
-    bool written = false;
-    if (temporary != nullptr) {
-        // %ls: the C99 printf of this runtime reads %s as narrow text even in wide formats.
-        std::swprintf (temporary, size, L"%ls.%lu.tmp", target, static_cast<unsigned long> (::GetCurrentProcessId ()));
-        HANDLE file = ::CreateFileW (temporary, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file != INVALID_HANDLE_VALUE) {
-            DWORD length = DWORD (PLDataGetLength (contents));
-            DWORD put = 0;
-            written = ::WriteFile (file, PLDataGetBytePtr (contents), length, &put, nullptr) && put == length;
-            written = ::CloseHandle (file) && written;
-            written = written && ::MoveFileExW (temporary, target, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
-            if (! written)
-                ::DeleteFileW (temporary);
-        }
+    return made;
+}
+
+struct PlatformFileLock {
+    HANDLE fFile;
+};
+
+// LockFileEx on the first byte of the lock file, waiting: a lock belongs to the handle, so that
+// it orders this process's handles as it does other processes'. Every sharing is allowed, so that
+// opening the file never fails because another process holds it.
+PlatformFileLock * PlatformLockFile (PLStringRef path)
+{
+    wchar_t * name = CopyTerminated (path);
+    HANDLE file = name == nullptr ? INVALID_HANDLE_VALUE : ::CreateFileW (name, GENERIC_READ | GENERIC_WRITE,
+        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    std::free (name);
+    OVERLAPPED start = {};
+    bool locked = file != INVALID_HANDLE_VALUE && ::LockFileEx (file, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &start);
+    PlatformFileLock * lock = locked ? static_cast<PlatformFileLock *> (std::malloc (sizeof (PlatformFileLock))) : nullptr;
+    if (lock == nullptr) {
+        if (file != INVALID_HANDLE_VALUE)
+            ::CloseHandle (file);   // which drops the lock too
+        return nullptr;
     }
-    std::free (temporary);
-    std::free (target);
-    return written;
+    lock->fFile = file;
+    return lock;
+}
+
+void PlatformUnlockFile (PlatformFileLock * lock)
+{
+    OVERLAPPED start = {};
+    ::UnlockFileEx (lock->fFile, 0, 1, 0, &start);
+    ::CloseHandle (lock->fFile);
+    std::free (lock);
+}
+
+// A program without a console has no standard error: the debugger sees the line as well.
+void PlatformLog (char const * line)
+{
+    std::fprintf (stderr, "%s\n", line);
+    std::fflush (stderr);
+    ::OutputDebugStringA (line);
 }
 
 }

@@ -4,7 +4,19 @@
 // PLPreferencesAppSynchronize merges them into the file. Nothing is cached beyond those pending
 // changes, so that after a synchronisation no object stays held.
 //
-// The file is a binary property list whose top object is a dictionary with string keys.
+// The file is a binary property list whose top object is a dictionary with string keys; a file in
+// the XML form is read too, and written back in the binary one.
+//
+// Nothing stored is lost. A synchronisation takes the lock file beside the store ("<name>.plist.
+// lock", PlatformLockFile: flock natively, LockFileEx on Windows) for its read, merge and replace,
+// so that another process's synchronisation can't come between, and writes over the stored values
+// only the keys this process set or removed since: two processes keep each other's keys. Only a
+// missing file is an empty store: one that exists but can't be read now, or can't be replaced (a
+// read-only one, one held open past the replace's wait), fails the synchronisation and stays as
+// it was. A damaged store (bytes that read whole but aren't a property list with a dictionary on
+// top) would fail every synchronisation for ever: its bytes are kept in "<name>.plist.damaged-
+// <UTC time>" beside it, one line on standard error says so, and the values start afresh; a reader
+// finds no values in it.
 //
 // Every step can fail for want of memory, and each failure leaves things as they were: a value
 // that can't be kept pending isn't set, and a synchronisation that can't read, merge or replace
@@ -17,9 +29,12 @@
 // synchronisations, each of which copies the changes, then reads, merges and replaces the file
 // outside the spin lock, and then forgets the changes it wrote. A reader or a setter never waits
 // on the disk.
+#include "FileAccess.h"
 #include "PropertyList.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 
 using namespace Plinth;
 
@@ -68,64 +83,153 @@ PLStringRef CopyApplicationName (PLStringRef applicationID)
     return static_cast<PLStringRef> (PLRetain (applicationID));
 }
 
-PLStringRef CopyDirectory ()
-{
-    return PlatformCopyPreferencesDirectory ();
-}
-
-PLStringRef CopyFilePath (PLStringRef directory, PLStringRef name)
+// A file of the store's directory: the application's name and `suffix`.
+PLStringRef CopyFilePath (PLStringRef directory, PLStringRef name, char const * suffix)
 {
     UnitBuffer path;
     path.AppendString (directory);
     path.Append (PlatformPathSeparator ());
     path.AppendString (name);
-    path.AppendASCII (".plist");
+    path.AppendASCII (suffix);
     return path.CreateString (kPLAllocatorDefault);
 }
 
-// The values stored in the file at `path`: an empty dictionary when there is no file or an empty
-// one; null when the file exists but can't be read whole or isn't a property list with a
-// dictionary on top, and when memory runs out.
-PLMutableDictionaryRef CopyStoredValues (PLStringRef path)
-{
-    PLDataRef contents = nullptr;
-    if (path == nullptr || ! PlatformCopyFileContents (path, contents))
-        return nullptr;
-    if (contents == nullptr || PLDataGetLength (contents) == 0) {
-        PLRelease (contents);
-        return PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks,
-            &kPLTypeDictionaryValueCallBacks);
+// Where an application's values live: the directory, the store and the lock file beside it.
+class StorePaths {
+public:
+    explicit StorePaths (PLStringRef name)
+        : fDirectory (PlatformCopyPreferencesDirectory ()),
+          fFile (fDirectory == nullptr ? nullptr : CopyFilePath (fDirectory, name, ".plist")),
+          fLock (fFile == nullptr ? nullptr : CopyFilePath (fDirectory, name, ".plist.lock")) {}
+    ~StorePaths ()
+    {
+        PLRelease (fLock);
+        PLRelease (fFile);
+        PLRelease (fDirectory);
     }
-    PLMutableDictionaryRef values = nullptr;
-    ReadOptions options {kPLAllocatorDefault, false, false};
-    ParseFailure failure;
-    PLTypeRef root = ReadBinaryPropertyList (PLDataGetBytePtr (contents), std::size_t (PLDataGetLength (contents)),
-        options, failure);
-    if (root != nullptr && PLGetTypeID (root) == PLDictionaryGetTypeID ())
+    StorePaths (StorePaths const &) = delete;
+    StorePaths & operator = (StorePaths const &) = delete;
+
+    bool Made () const { return fLock != nullptr; }
+
+    PLStringRef const fDirectory, fFile, fLock;
+};
+
+bool IsOutOfMemory (ParseFailure const & failure)
+{
+    return failure.fReason != nullptr && std::strcmp (failure.fReason, "out of memory") == 0;
+}
+
+// The values stored in the file at `path` (of either format), in `values`, with the file's bytes in
+// `contents` (null when there is none): no values when there is no file or an empty one, and none
+// when the file is damaged (not a property list with a dictionary on top), which `damage` then
+// says. False, with `values` null, when the file exists but can't be read whole, and when memory
+// runs out: a file that can't be read now is never taken for an empty store.
+bool ReadStore (PLStringRef path, PLMutableDictionaryRef & values, PLDataRef & contents, ParseFailure & damage)
+{
+    values = nullptr;
+    if (path == nullptr || ! PlatformCopyFileContents (path, contents))
+        return false;
+    std::size_t size = contents == nullptr ? 0 : std::size_t (PLDataGetLength (contents));
+    PLTypeRef root = nullptr;
+    if (size > 0) {
+        uint8_t const * bytes = PLDataGetBytePtr (contents);
+        ReadOptions options {kPLAllocatorDefault, false, false};
+        root = size >= 6 && std::memcmp (bytes, "bplist", 6) == 0 ? ReadBinaryPropertyList (bytes, size, options, damage)
+            : ReadXMLPropertyList (bytes, size, options, damage);
+        if (root != nullptr && PLGetTypeID (root) != PLDictionaryGetTypeID ())
+            damage.Fail ("the top object is not a dictionary");
+    }
+    // A read that fails for want of memory may give no reason: only one that gives another is damage.
+    if (size == 0 || (damage.fReason != nullptr && ! IsOutOfMemory (damage)))
+        values = PLDictionaryCreateMutable (kPLAllocatorDefault, 0, &kPLTypeDictionaryKeyCallBacks, &kPLTypeDictionaryValueCallBacks);
+    else if (root != nullptr)
         values = PLDictionaryCreateMutableCopy (kPLAllocatorDefault, 0, static_cast<PLDictionaryRef> (root));
     PLRelease (root);
+    return values != nullptr;
+}
+
+// The stored values of `name` for a reader: a damaged store has none; null when the store can't
+// be read.
+PLMutableDictionaryRef CopyStoredValuesOf (PLStringRef name)
+{
+    StorePaths paths (name);
+    PLMutableDictionaryRef values = nullptr;
+    PLDataRef contents = nullptr;
+    ParseFailure damage;
+    ReadStore (paths.fFile, values, contents, damage);
     PLRelease (contents);
     return values;
 }
 
-PLMutableDictionaryRef CopyStoredValuesOf (PLStringRef name)
+// Replaces the file at `path` with `bytes`, whole or not at all (FileAccess.h).
+bool ReplaceFile (PLStringRef path, uint8_t const * bytes, std::size_t size)
 {
-    PLStringRef directory = CopyDirectory ();
-    PLStringRef path = directory == nullptr ? nullptr : CopyFilePath (directory, name);
-    PLMutableDictionaryRef values = CopyStoredValues (path);
-    PLRelease (path);
-    PLRelease (directory);
-    return values;
+    PlatformFile * file = PlatformOpenFile (path, true);
+    if (file == nullptr)
+        return false;
+    bool written = size <= std::size_t (INT32_MAX) && PlatformWriteFile (file, bytes, PLIndex (size));
+    return PlatformCloseFile (file, written) && written;
 }
 
-// The file's contents for `values`, or null when something in them has no property-list form.
-PLDataRef CreateFileContents (PLTypeRef values)
+// The store of `values`, in the binary form whatever form it was read in.
+bool ReplaceStore (PLStringRef path, PLDictionaryRef values)
 {
     ByteWriter out;
     ParseFailure failure;
-    if (! WriteBinaryPropertyList (out, values, BinaryWidths (), failure) || out.Failed ())
-        return nullptr;
-    return PLDataCreate (kPLAllocatorDefault, out.Bytes (), PLIndex (out.Size ()));
+    return WriteBinaryPropertyList (out, values, BinaryWidths (), failure) && ! out.Failed ()
+        && ReplaceFile (path, out.Bytes (), out.Size ());
+}
+
+void Log (PLStringRef line)
+{
+    PLIndex size = line == nullptr ? -1 : PLStringGetMaximumSizeForEncoding (PLStringGetLength (line), kPLStringEncodingUTF8);
+    char * text = size < 0 ? nullptr : static_cast<char *> (std::malloc (std::size_t (size) + 1));
+    if (text != nullptr && PLStringGetCString (line, text, size + 1, kPLStringEncodingUTF8))
+        PlatformLog (text);
+    std::free (text);
+}
+
+// "<store>.damaged-<UTC time>", and when that is taken "...-<number>".
+PLStringRef CopyDamagedPath (PLStringRef path, CivilTime const & now, int number)
+{
+    PLStringRef stamp = PLStringCreateWithFormat (kPLAllocatorDefault, nullptr, PLSTR ("%@.damaged-%04lld%02lld%02lldT%02lld%02lld%02lldZ"),
+        path, (long long) now.fYear, (long long) now.fMonth, (long long) now.fDay, (long long) now.fHour,
+        (long long) now.fMinute, (long long) now.fSecond);
+    if (number == 1 || stamp == nullptr)
+        return stamp;
+    PLStringRef numbered = PLStringCreateWithFormat (kPLAllocatorDefault, nullptr, PLSTR ("%@-%d"), stamp, number);
+    PLRelease (stamp);
+    return numbered;
+}
+
+// A damaged store isn't left to fail every synchronisation for ever, nor overwritten: its bytes
+// are kept in a new file beside it, which one line names, and its values start afresh. False when
+// they can't be kept.
+bool KeepDamaged (PLStringRef path, PLDataRef contents, ParseFailure const & damage)
+{
+    CivilTime now = CivilFromSeconds (int64_t (std::time (nullptr)));
+    for (int number = 1; number < 100; ++number) {
+        PLStringRef aside = CopyDamagedPath (path, now, number);
+        PLDataRef existing = nullptr;
+        bool taken = aside == nullptr || ! PlatformCopyFileContents (aside, existing) || existing != nullptr;
+        bool kept = ! taken && ReplaceFile (aside, PLDataGetBytePtr (contents), std::size_t (PLDataGetLength (contents)));
+        if (kept) {
+            PLStringRef at = damage.fHasOffset ? PLStringCreateWithFormat (kPLAllocatorDefault, nullptr, PLSTR (", at byte %llu"),
+                (unsigned long long) damage.fOffset) : PLSTR ("");
+            PLStringRef line = PLStringCreateWithFormat (kPLAllocatorDefault, nullptr,
+                PLSTR ("Plinth: the preferences file %@ is damaged (%s%@); its bytes are kept in %@, and its values start afresh"),
+                path, damage.fReason, at, aside);
+            PLRelease (at);
+            Log (line);
+            PLRelease (line);
+        }
+        PLRelease (existing);
+        PLRelease (aside);
+        if (aside == nullptr || ! taken)
+            return kept;
+    }
+    return false;
 }
 
 // An immutable deep copy of what a preference may hold (what a property list can carry), made by
@@ -206,19 +310,23 @@ void ForgetChange (void const * key, void const * value, void * context)
         PLDictionaryRemoveValue (changes, key);
 }
 
-// Reads the file of `name`, applies `changes` and replaces the file; false, with the file as it
-// was, when any step fails.
+// Under the lock file, so that no other process's synchronisation comes between: reads the store
+// of `name`, applies `changes` (only the keys this process changed) and replaces the store; false,
+// with the store as it was, when any step fails. A damaged store is kept aside first.
 bool WriteChanges (PLStringRef name, PLDictionaryRef changes)
 {
-    PLStringRef directory = CopyDirectory ();
-    PLStringRef path = directory == nullptr ? nullptr : CopyFilePath (directory, name);
-    PLMutableDictionaryRef values = CopyStoredValues (path);
-    PLDataRef contents = MergeChanges (values, changes) ? CreateFileContents (values) : nullptr;
-    bool done = contents != nullptr && PlatformReplaceFile (directory, path, contents);
+    StorePaths paths (name);
+    PlatformFileLock * lock = paths.Made () && PlatformMakeDirectories (paths.fDirectory) ? PlatformLockFile (paths.fLock) : nullptr;
+    if (lock == nullptr)
+        return false;
+    PLMutableDictionaryRef values = nullptr;
+    PLDataRef contents = nullptr;
+    ParseFailure damage;
+    bool done = ReadStore (paths.fFile, values, contents, damage) && MergeChanges (values, changes)
+        && (damage.fReason == nullptr || KeepDamaged (paths.fFile, contents, damage)) && ReplaceStore (paths.fFile, values);
+    PlatformUnlockFile (lock);
     PLRelease (contents);
     PLRelease (values);
-    PLRelease (path);
-    PLRelease (directory);
     return done;
 }
 

@@ -1,8 +1,16 @@
-// Preferences: values visible at once, lasting after synchronisation, merged with what the file
-// holds, removed by null; the current application's name; refused names, values and files.
+// Preferences: values visible at once, lasting after synchronisation, removed by null; the current
+// application's name; refused names and values; stores that are never lost, whatever the file or
+// another process does.
 #include "PlinthTest.h"
 
 #include <cstdlib>
+#include <filesystem>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 using namespace PlinthTest;
 
@@ -26,42 +34,20 @@ std::string Magic (std::string const & path)
 
 }
 
-TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
+TEST (Preferences, ValuesAreSeenAtOnceLastAndUnfitOnesAreRefused)
 {
     ScratchPreferences scratch;
     NoLeaks noLeaks;
-    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
     Owned<PLStringRef> path (CreateString ("C:\\symbols"));
     PLPreferencesSetAppValue (PLSTR ("Path"), path, kApplication);
     EXPECT_EQ (PLGetRetainCount (path), 1);   // a copy waits until synchronized, not the caller's string
     EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    EXPECT_EQ (PLGetRetainCount (path), 1);
-    EXPECT_EQ (Magic (scratch.File ("PlinthPreferencesTest.plist")), "bplist00");
-    EXPECT_EQ (StringValue (PLSTR ("Path")), "C:\\symbols");
-
-    // Another writer's keys stay when this process synchronizes its own change.
-    PLPreferencesSetAppValue (PLSTR ("Other"), PLSTR ("x"), kApplication);
-    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    EXPECT_EQ (Magic (scratch.File ("PlinthPreferencesTest.plist")) + StringValue (PLSTR ("Path")), "bplist00C:\\symbols");
     PLPreferencesSetAppValue (PLSTR ("Path"), nullptr, kApplication);
     EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    EXPECT_EQ (StringValue (PLSTR ("Path")) + StringValue (PLSTR ("Other")), "(none)x");
-    EXPECT_EQ (PLArrayGetCount (Owned<PLArrayRef> (PLPreferencesCopyKeyList (kApplication))), 1);
-    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));   // nothing pending: nothing to do
-
-    // Every property-list kind survives the file.
-    uint8_t bytes [] = { 0, 1, 0xFF };
-    Owned<PLNumberRef> a (Integer (-1234567890123ll)), b (Real (0.1));
-    Owned<PLDataRef> c (PLDataCreate (kPLAllocatorDefault, bytes, 3));
-    Owned<PLDateRef> d (PLDateCreate (kPLAllocatorDefault, 12.5));
-    Owned<PLStringRef> e (CreateString (u8"\u00E4\U0001F600"));
-    void const * items [] = { a.Get (), b.Get (), c.Get (), d.Get (), e.Get (), kPLBooleanTrue, kPLBooleanFalse };
-    Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, items, 7, &kPLTypeArrayCallBacks));
-    PLPreferencesSetAppValue (PLSTR ("Tree"), array, kApplication);
-    ASSERT_TRUE (PLPreferencesAppSynchronize (kApplication));
-    Owned<PLTypeRef> back (PLPreferencesCopyAppValue (PLSTR ("Tree"), kApplication));
-    EXPECT_TRUE (back.Get () != array.Get () && PLEqual (back, array));
+    EXPECT_EQ (StringValue (PLSTR ("Path")), "(none)");
 
     // What waits is an immutable copy made when set: neither the caller's later change nor one
     // through what a reader is given reaches it.
@@ -73,6 +59,18 @@ TEST (Preferences, ValuesAreSeenAtOnceAndLastAfterSynchronizing)
     PLDictionarySetValue (static_cast<PLMutableDictionaryRef> (const_cast<void *> (pending.Get ())), PLSTR ("c"), PLSTR ("d"));
     EXPECT_EQ (PLDictionaryGetCount (static_cast<PLDictionaryRef> (pending.Get ())), 0);
     EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+
+    // Refused names and values.
+    for (char const * name : { "a/b", "a\\b", "..", "", "c:x" }) {
+        Owned<PLStringRef> bad (CreateString (name));
+        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), bad);
+        EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), bad), nullptr) << name;
+        EXPECT_FALSE (PLPreferencesAppSynchronize (bad)) << name;
+    }
+    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
+    PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
+    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
+    EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
 }
 
 TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
@@ -81,11 +79,9 @@ TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
     PLPreferencesSetAppValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("srv*c:\\sym"),
         kPLPreferencesCurrentApplication);
     ASSERT_TRUE (PLPreferencesAppSynchronize (kPLPreferencesCurrentApplication));
-    EXPECT_EQ (Magic (scratch.File ("PlinthTests.plist")), "bplist00");
     EXPECT_EQ (StringValue (PLSTR ("TolvaneInternalSymbolServerPath"), PLSTR ("PlinthTests")), "srv*c:\\sym");
 
-    // Without redirection, preferences live in the user's application data (here the scratch
-    // directory stands for the user's own).
+    // Without redirection: in the user's application data, for which the scratch directory stands.
 #ifdef _WIN32
     char const * variable = "APPDATA", * under = "\\Plinth\\Preferences\\";
 #else
@@ -101,29 +97,70 @@ TEST (Preferences, TheCurrentApplicationAndTheDefaultDirectory)
     EXPECT_EQ (Magic (scratch.Directory () + under + "PlinthPreferencesTest.plist"), "bplist00");
 }
 
-TEST (Preferences, RefusedNamesValuesAndFiles)
+// A store that can't be read or replaced now fails the synchronisation and stays byte for byte,
+// with no file left beside it but the lock; one in XML is read, its keys kept, and written back
+// binary; a damaged one is kept aside under the name that one line gives, and starts afresh.
+TEST (Preferences, NoStoredByteIsLost)
 {
     ScratchPreferences scratch;
     NoLeaks noLeaks;
-    for (char const * name : { "a/b", "a\\b", "..", "", "c:x" }) {
-        Owned<PLStringRef> bad (CreateString (name));
-        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), bad);
-        EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), bad), nullptr) << name;
-        EXPECT_FALSE (PLPreferencesAppSynchronize (bad)) << name;
-    }
-    Owned<PLURLRef> url (PLURLCreateWithFileSystemPath (kPLAllocatorDefault, PLSTR ("C:\\"), kPLURLWindowsPathStyle, true));
-    PLPreferencesSetAppValue (PLSTR ("k"), url, kApplication);   // a URL has no stored form: refused
-    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
-    EXPECT_EQ (PLPreferencesCopyAppValue (nullptr, kApplication), nullptr);
+    std::string file = scratch.File ("PlinthPreferencesTest.plist"), log, aside;
+    std::string xml = "<plist><dict><key>Kept</key><string>x</string></dict></plist>", damaged ("bplist00\xD5\x05\x00\x00\x00", 13);
+    auto synchronize = [&] {
+        PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
+        testing::internal::CaptureStderr ();
+        bool done = PLPreferencesAppSynchronize (kApplication);
+        log = testing::internal::GetCapturedStderr ();
+        return done;
+    };
+    auto unchanged = [&] (char const * how, auto hold, auto release) {
+        ScratchPreferences::WriteFile (file, xml);
+        bool done = (hold (), synchronize ());
+        EXPECT_FALSE ((release (), done)) << how;
+        EXPECT_EQ (ScratchPreferences::ReadFile (file), xml) << how;
+        EXPECT_EQ (std::distance (std::filesystem::directory_iterator (scratch.Directory ()), std::filesystem::directory_iterator ()), 2) << how;
+    };
+    auto writes = std::filesystem::perms::owner_write | std::filesystem::perms::group_write | std::filesystem::perms::others_write;
+    unchanged ("read-only", [&] { std::filesystem::permissions (file, writes, std::filesystem::perm_options::remove); },
+        [&] { std::filesystem::permissions (file, writes, std::filesystem::perm_options::add); });
+#ifdef _WIN32
+    HANDLE held = INVALID_HANDLE_VALUE;   // another program's handle: not shared, then shared for reading only
+    for (DWORD sharing : { DWORD (0), DWORD (FILE_SHARE_READ) })
+        unchanged ("held", [&] { held = ::CreateFileA (file.c_str (), GENERIC_READ, sharing, nullptr, OPEN_EXISTING, 0, nullptr); },
+            [&] { ::CloseHandle (held); });
+#else
+    unchanged ("unreadable", [&] { std::filesystem::remove (file), std::filesystem::create_directory (file); },
+        [&] { std::filesystem::remove (file), ScratchPreferences::WriteFile (file, xml); });
+#endif
+    ASSERT_TRUE (synchronize ());
+    EXPECT_EQ (Magic (file) + StringValue (PLSTR ("Kept")) + log, "bplist00x");
 
-    // A file that isn't in the stored form reads as no values, and isn't overwritten by a read.
-    std::string file = scratch.File ("PlinthPreferencesTest.plist");
-    ScratchPreferences::WriteFile (file, std::string ("bplist00\xD5\x05\x00\x00\x00", 13));
-    EXPECT_EQ (PLPreferencesCopyAppValue (PLSTR ("k"), kApplication), nullptr);
-    EXPECT_EQ (ScratchPreferences::ReadFile (file).size (), 13u);
-    PLPreferencesSetAppValue (PLSTR ("k"), PLSTR ("v"), kApplication);
-    EXPECT_FALSE (PLPreferencesAppSynchronize (kApplication));   // no merge over what can't be read
-    PLPreferencesSetAppValue (PLSTR ("k"), nullptr, kApplication);
-    ScratchPreferences::WriteFile (file, "");
-    EXPECT_TRUE (PLPreferencesAppSynchronize (kApplication));
+    ScratchPreferences::WriteFile (file, damaged);
+    ASSERT_TRUE (synchronize ());
+    for (auto const & entry : std::filesystem::directory_iterator (scratch.Directory ()))
+        aside = entry.path ().string ().find (".damaged-") != std::string::npos ? entry.path ().string () : aside;
+    EXPECT_EQ (ScratchPreferences::ReadFile (aside), damaged);
+    EXPECT_EQ (log, "Plinth: the preferences file " + file + " is damaged (file too short for a binary property list, at byte 13); "
+        "its bytes are kept in " + aside + ", and its values start afresh\n");
+    EXPECT_EQ (StringValue (PLSTR ("k")) + StringValue (PLSTR ("Kept")), "v(none)");
 }
+
+#ifndef _WIN32
+// Two processes synchronising their own keys at once keep each other's.
+TEST (Preferences, TwoProcessesKeepEachOthersKeys)
+{
+    ScratchPreferences scratch;
+    pid_t child = fork ();
+    int failures = 0;
+    for (int i = 0; i < 100; ++i) {
+        Owned<PLStringRef> key (PLStringCreateWithFormat (nullptr, nullptr, PLSTR ("%d%d"), child == 0, i));
+        PLPreferencesSetAppValue (key, key, kApplication);
+        failures += PLPreferencesAppSynchronize (kApplication) ? 0 : 1;
+    }
+    if (child == 0)
+        _exit (failures);
+    int status = -1;
+    EXPECT_EQ (waitpid (child, &status, 0) == child ? status + failures : -1, 0);
+    EXPECT_EQ (PLArrayGetCount (Owned<PLArrayRef> (PLPreferencesCopyKeyList (kApplication))), 200);
+}
+#endif
