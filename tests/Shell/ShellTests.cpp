@@ -16,16 +16,10 @@ using namespace Skerry::WinShell;
 using Skerry::COM::ObjectHolder;
 using SkerryTest::Failure;
 
-struct Counted : IUnknown {
-    ULONG fCount = 1;
-    HRESULT STDMETHODCALLTYPE QueryInterface (REFIID, void **) override { return E_NOINTERFACE; }
-    ULONG STDMETHODCALLTYPE AddRef () override { return ++fCount; }
-    ULONG STDMETHODCALLTYPE Release () override { return --fCount; }
-};
-
-// The desktop, and its enumerators, as the library gets them from SHGetDesktopFolder: calls go
-// to Wine's except the one named fFailing, which answers fResult with empty results (no list, no
-// count, a name in the narrow form), or with Wine's list and a short eaten count for a parse.
+// A counting COM object; as the desktop, and its enumerators, that the library gets from
+// SHGetDesktopFolder, it passes calls on to Wine's, except the one named fFailing, which answers
+// fResult with empty results (no list, no count, a name in the narrow form), or with Wine's list
+// and a short eaten count for a parse that succeeds.
 struct Desktop : IShellFolder, IEnumIDList {
     ULONG fCount = 1;
     IShellFolder * fReal = nullptr;
@@ -34,7 +28,7 @@ struct Desktop : IShellFolder, IEnumIDList {
     HRESULT fResult = E_FAIL;
     std::set<void *> fLive;    // the lists given and not yet freed
     unsigned fGiven = 0;
-    ~Desktop () { fReal->Release (); fList ? fList->Release () : 0; }
+    ~Desktop () { fReal ? fReal->Release () : 0; fList ? fList->Release () : 0; }
     bool Fails (const char * method) { return fFailing == method; }
     HRESULT Given (HRESULT result, _ITEMIDLIST ** list) { fGiven += *list && fLive.insert (*list).second; return result; }
     HRESULT STDMETHODCALLTYPE QueryInterface (REFIID, void **) override { return E_NOINTERFACE; }
@@ -43,35 +37,18 @@ struct Desktop : IShellFolder, IEnumIDList {
     HRESULT STDMETHODCALLTYPE ParseDisplayName (HWND w, IBindCtx * b, LPWSTR n, ULONG * e, PIDLIST_RELATIVE * l, ULONG * a) override
     {
         HRESULT result = Fails ("Parse") && FAILED (fResult) ? fResult : Given (fReal->ParseDisplayName (w, b, n, e, l, a), l);
-        *e = Fails ("Parse") ? 1 : *e;
-        return result;
+        return *e = Fails ("Parse") ? 1 : *e, result;
     }
     HRESULT STDMETHODCALLTYPE EnumObjects (HWND w, SHCONTF f, IEnumIDList ** l) override
     {
-        if (fList)
-            fList->Release ();
-        fList = nullptr;
+        fList = fList ? (fList->Release (), nullptr) : nullptr;
         *l = Fails ("EnumObjects") ? nullptr : this;
         return *l ? (AddRef (), fReal->EnumObjects (w, f, &fList)) : fResult;
     }
-    HRESULT STDMETHODCALLTYPE BindToObject (PCUIDLIST_RELATIVE l, IBindCtx * b, REFIID i, void ** o) override
-    {
-        return Fails ("BindToObject") ? fResult : fReal->BindToObject (l, b, i, o);
-    }
-    HRESULT STDMETHODCALLTYPE GetAttributesOf (UINT c, PCUITEMID_CHILD_ARRAY l, SFGAOF * a) override
-    {
-        return Fails ("GetAttributesOf") ? fResult : fReal->GetAttributesOf (c, l, a);
-    }
-    HRESULT STDMETHODCALLTYPE GetDisplayNameOf (PCUITEMID_CHILD l, SHGDNF f, STRRET * n) override
-    {
-        *n = STRRET { STRRET_CSTR, {} };
-        return Fails ("GetDisplayNameOf") ? fResult : fReal->GetDisplayNameOf (l, f, n);
-    }
-    HRESULT STDMETHODCALLTYPE Next (ULONG c, PITEMID_CHILD * l, ULONG * f) override
-    {
-        *f = 0;
-        return Fails ("Next") ? fResult : Given (fList->Next (c, l, f), l);
-    }
+    HRESULT STDMETHODCALLTYPE BindToObject (PCUIDLIST_RELATIVE l, IBindCtx * b, REFIID i, void ** o) override { return Fails ("BindToObject") ? fResult : fReal->BindToObject (l, b, i, o); }
+    HRESULT STDMETHODCALLTYPE GetAttributesOf (UINT c, PCUITEMID_CHILD_ARRAY l, SFGAOF * a) override { return Fails ("GetAttributesOf") ? fResult : fReal->GetAttributesOf (c, l, a); }
+    HRESULT STDMETHODCALLTYPE GetDisplayNameOf (PCUITEMID_CHILD l, SHGDNF f, STRRET * n) override { return *n = STRRET { STRRET_CSTR, {} }, Fails ("GetDisplayNameOf") ? fResult : fReal->GetDisplayNameOf (l, f, n); }
+    HRESULT STDMETHODCALLTYPE Next (ULONG c, PITEMID_CHILD * l, ULONG * f) override { return *f = 0, Fails ("Next") ? fResult : Given (fList->Next (c, l, f), l); }
     HRESULT STDMETHODCALLTYPE BindToStorage (PCUIDLIST_RELATIVE, IBindCtx *, REFIID, void **) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CompareIDs (LPARAM, PCUIDLIST_RELATIVE, PCUIDLIST_RELATIVE) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CreateViewObject (HWND, REFIID, void **) override { return E_NOTIMPL; }
@@ -92,31 +69,25 @@ protected:
             std::ofstream (fDirectory / name) << "x";
         ::SetFileAttributesW ((fDirectory / L"hidden.txt").c_str (), FILE_ATTRIBUTE_HIDDEN);
     }
-    ~ShellTest () override
-    {
-        std::filesystem::remove_all (fDirectory);
-        ::CoUninitialize ();
-    }
+    ~ShellTest () override { std::filesystem::remove_all (fDirectory); ::CoUninitialize (); }
 
-    std::filesystem::path fDirectory = std::filesystem::temp_directory_path () /
-        (L"SkerryShellTests-" + std::to_wstring (::GetCurrentProcessId ()));
+    std::filesystem::path fDirectory = std::filesystem::temp_directory_path () / (L"SkerryShellTests-" + std::to_wstring (::GetCurrentProcessId ()));
 };
 
 TEST_F (ShellTest, Holders)
 {
-    Counted object, other;
+    Desktop object, other;
+    IUnknown * objectPointer = static_cast<IShellFolder *> (&object), * otherPointer = static_cast<IShellFolder *> (&other);
     {
-        ObjectHolder held (&object, true), copy (held), another (&other, true);
-        EXPECT_EQ (object.fCount, 3u);
+        ObjectHolder held (objectPointer, true), copy (held), another (otherPointer, true);
         copy = copy;
         copy = held;
         EXPECT_EQ (object.fCount, 3u);
         another = held;
-        EXPECT_EQ (other.fCount, 1u);
-        EXPECT_EQ (object.fCount, 4u);
+        EXPECT_EQ (std::make_pair (object.fCount, other.fCount), std::make_pair (4ul, 1ul));
     }
     EXPECT_EQ (object.fCount, 1u);
-    { ObjectHolder adopted (&object, false); }
+    ObjectHolder (objectPointer, false);
     EXPECT_EQ (object.fCount, 0u);
     EXPECT_EQ (Failure ([] { ObjectHolder (nullptr, false); }), "assertion failed: fObject | Skerry::COM::ObjectHolder::ObjectHolder | COM");
     EXPECT_EQ (Failure ([] { ObjectHolder (CLSID_ShellLink, IID_IUnknown); }), "nothing thrown");
@@ -126,8 +97,7 @@ TEST_F (ShellTest, Holders)
     SKERRY_INTERPOSE (free, "OLEAUT32.dll", SysFreeString);
     {
         Skerry::COM::String empty (L""), cut (std::wstring (L"ab\0cd", 5)), copy (cut);
-        EXPECT_EQ (::SysStringLen (empty), 0u);
-        EXPECT_EQ (::SysStringLen (copy), 2u);
+        EXPECT_EQ (std::make_pair (::SysStringLen (empty), ::SysStringLen (copy)), std::make_pair (0u, 2u));
         empty = empty;
         empty = copy;
         EXPECT_STREQ (empty, L"ab");
@@ -137,8 +107,8 @@ TEST_F (ShellTest, Holders)
     }
     // Each BSTR once, the one of the failed assignment's target among them.
     std::vector<std::tuple<BSTR>> freed = free.CallArguments ();
-    EXPECT_EQ (freed.size (), 4u);
     EXPECT_EQ (std::set<std::tuple<BSTR>> (freed.begin (), freed.end ()).size (), 4u);
+    EXPECT_EQ (freed.size (), 4u);
 }
 
 TEST_F (ShellTest, Failures)
@@ -186,8 +156,7 @@ TEST_F (ShellTest, RealShell)
     FolderInterface desktop;
     FolderInterface folder (desktop, ItemIdentifierList (desktop, fDirectory.wstring (), NULL));
     std::vector<ItemIdentifierList> items;
-    folder.AppendItems (items, SHCONTF_FOLDERS | SHCONTF_NONFOLDERS);
-    EXPECT_EQ (items.size (), 3u);
+    folder.AppendItems (items, SHCONTF_FOLDERS | SHCONTF_NONFOLDERS);    // no hidden file, nothing inside sub
     folder.AppendItems (items, SHCONTF_FOLDERS | SHCONTF_NONFOLDERS | SHCONTF_INCLUDEHIDDEN);
     std::vector<std::wstring> names;
     for (const ItemIdentifierList & item : items)
@@ -196,7 +165,7 @@ TEST_F (ShellTest, RealShell)
     EXPECT_EQ (names, (std::vector<std::wstring> { L"a.txt", L"a.txt", L"b.txt", L"b.txt", L"hidden.txt", L"sub/", L"sub/" }));
 
     ItemIdentifierList a = folder.ParsePathName (L"a.txt");
-    std::wstring forms;
+    std::wstring forms;    // normal, in folder, for parsing, both, for the address bar
     for (int flags : { 0x0, 0x1, 0x8000, 0x8001, 0x4000 })
         forms += folder.GetNameOf (a, tagSHGDN (flags)) + L"|";
     EXPECT_EQ (forms, L"a.txt|a.txt|" + fDirectory.wstring () + L"\\a.txt|a.txt|a.txt|");
@@ -206,17 +175,14 @@ TEST_F (ShellTest, RealShell)
     ItemIdentifierList first = one.Next (), second = two.Next ();
     EXPECT_NE (folder.GetFileSystemNameOf (first), folder.GetFileSystemNameOf (second));
     ItemIdentifierList empty = one.Next ();
-    EXPECT_FALSE (empty);
-    EXPECT_FALSE (two.Next ());
+    EXPECT_FALSE (empty || two.Next ());
 
     char bytes [256];
     EXPECT_EQ (a.Copy (bytes, a.Size ()), a.Size ());
     EXPECT_EQ (Failure ([&] { a.Copy (bytes, a.Size () - 1); }), "COM 0x8007000E | Skerry::WinShell::ItemIdentifierList::Copy | Shell");
-    ItemIdentifierList copy (a);
     EXPECT_EQ (Failure ([&] { ItemIdentifierList { empty }; }), "assertion failed: fItem | Skerry::WinShell::ItemIdentifierList::Size | Shell");
-    copy = empty;
-    EXPECT_FALSE (copy);
-    EXPECT_EQ (ItemIdentifierList (CSIDL_DESKTOP, NULL).Size (), 2u);
+    ItemIdentifierList copy (a);
+    EXPECT_FALSE (copy = empty);
 
     EXPECT_EQ (FolderPath (CSIDL_APPDATA), L"\\\\?\\C:\\users\\" + std::wstring (_wgetenv (L"USERNAME")) + L"\\AppData\\Roaming");
     EXPECT_EQ (Failure ([] { FolderPath (CSIDL_DRIVES); }), "COM 0x80070057 | Skerry::WinShell::FolderPath::FolderPath | Shell");
