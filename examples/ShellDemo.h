@@ -31,12 +31,12 @@ inline void ListShellFolder (const std::wstring & path)
     std::vector<std::string> lines;
     for (const Skerry::WinShell::ItemIdentifierList & item : items) {
         bool isFolder = (folder.GetAttributesOf (item, SFGAO_FOLDER) & SFGAO_FOLDER) != 0;
-        lines.push_back ("  " + UTF8 (folder.GetNameOf (item, Skerry::WinShell::SHGDN_INFOLDER)) + " (file name \"" +
+        lines.push_back ("  " + UTF8 (folder.GetNameOf (item, SHGDN_INFOLDER)) + " (file name \"" +
             UTF8 (folder.GetFileSystemNameOf (item)) + "\", " + (isFolder ? "a folder" : "a file") + ")");
     }
     std::sort (lines.begin (), lines.end ());
     std::printf ("%u items in the Shell folder \"%s\":\n", unsigned (items.size ()),
-        UTF8 (folder.GetNameOf (desktop.ParsePathName (path), Skerry::WinShell::SHGDN_INFOLDER)).c_str ());
+        UTF8 (folder.GetNameOf (desktop.ParsePathName (path), SHGDN_INFOLDER)).c_str ());
     for (const std::string & line : lines)
         std::printf ("%s\n", line.c_str ());
     std::printf ("application data: %s\n", UTF8 (Skerry::WinShell::FolderPath (CSIDL_APPDATA)).c_str ());
