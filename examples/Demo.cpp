@@ -2,7 +2,8 @@
 // platform call fail, lets the library raise, catches the exception and shows all it carries;
 // then it waits on kernel objects the strict way, reads its DLL's version, takes text through
 // Base64 and two code pages and back, keeps settings in a property-list file and in the
-// registry; copies a file through streams, makes a file name safe and lists the drives.
+// registry; copies a file through streams, makes a file name safe, lists the drives and a Shell
+// folder.
 #include <LibSkerry/LibSkerry>
 
 #include <windows.h>
@@ -13,6 +14,7 @@
 
 #include "FileDemo.h"
 #include "PropertyListFileDemo.h"
+#include "ShellDemo.h"
 
 namespace Demo {
 
@@ -194,6 +196,10 @@ int main ()
     if (! Demo::ShowFiles ())
         return 1;
     Demo::ShowVolumes ();
+
+    std::printf ("\nA Shell folder ...\n");
+    if (! Demo::ShowShellFolder ())
+        return 1;
 
     std::printf ("\nTaking text through code pages and Base64 ...\n");
     try {

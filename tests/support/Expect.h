@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <stdexcept>
@@ -60,6 +61,11 @@ inline std::string Failure (const std::function<void ()> & raise)
     }
     catch (const Skerry::Exceptions::Win32 & e) {
         return "Win32 " + std::to_string (e.fCode) + " | " + e.fFunction + " | " + e.fFile;
+    }
+    catch (const Skerry::Exceptions::COM & e) {
+        char code [16];
+        std::snprintf (code, sizeof code, "0x%08lX", static_cast<unsigned long> (e.fCode));
+        return "COM " + std::string (code) + " | " + e.fFunction + " | " + e.fFile;
     }
     return "nothing thrown";
 }
