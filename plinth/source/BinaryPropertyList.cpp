@@ -226,6 +226,8 @@ PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint32_t & weight
     fDecoded [index] = kOnPath;
     weight = 1;
     PLTypeRef value = Decode (offset, depth, weight);
+    if (value == nullptr)
+        Fail ("out of memory", offset);    // a leaf's creation failing names no reason of its own
     fDecoded [index] = value != nullptr && Shareable (value) ? PLRetain (value) : nullptr;
     fWeights [index] = fDecoded [index] != nullptr ? weight : 0;
     return value;
