@@ -1,8 +1,8 @@
 // The platform part on Windows: the executable's name from GetModuleFileNameW, preferences under
 // %PLINTH_PREFERENCES_DIRECTORY% or %APPDATA%\Plinth\Preferences, files read whole, the writers'
 // lock a slim reader/writer lock and the processes' lock a lock file taken with LockFileEx.
-// rand_s is declared only when this is defined before the C runtime's headers.
-#define _CRT_RAND_S
+// rand_s is declared only when the C runtime's own switch is defined before its headers.
+#define _CRT_RAND_S   // NOLINT(bugprone-reserved-identifier): the runtime's name, not ours
 #include "FileAccess.h"
 #include "String.h"
 
