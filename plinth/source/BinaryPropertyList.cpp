@@ -10,11 +10,14 @@
 // containers and leaves), the elements placed in all containers may not outnumber the input's
 // bytes, so that a small file of shared references cannot expand into an exponential tree. Where
 // they are shared, the result is small but every walk of it as a tree (a writer, a description,
-// an equality) costs its expanded size: the reader counts that size, saturating, as each object's
-// weight (one, plus a string's units or data's bytes, plus the weights of a container's elements)
-// and refuses a document heavier than kExpansionFloor + kExpansionFactor x its size, or than 2^32 - 1
-// (weights are kept in 32 bits: four bytes per object). Files that plistlib writes never share
-// containers, and stay far below that.
+// an equality) costs its expanded size, and a writer of indented text also pays each line's
+// indentation, which grows with the depth: the reader counts, saturating, each object's weight as
+// the lines its text takes (one per object, plus one per 12 bytes of data, which the XML writer
+// puts at most 16 Base64 characters to a line) and their cost (one per object, plus a string's
+// units or data's bytes, plus for a container its elements' costs and one per line of theirs for
+// the indentation), and refuses a document costing more than kExpansionFloor + kExpansionFactor x
+// its size, or than 2^32 - 1 (eight bytes per object). Files that plistlib writes never share
+// containers and are rarely nested deeper than a few levels, and stay far below that.
 //
 // Every object read is handed to its container as a reference the container takes over: the first
 // use of a decoded object is the reference it was made with, and only later uses of a shared one
@@ -45,6 +48,12 @@ uint32_t SaturatingAdd (uint32_t x, uint64_t y)
 {
     return y >= uint64_t (UINT32_MAX - x) ? UINT32_MAX : uint32_t (x + y);
 }
+
+// What an object read costs every walk of the tree it stands for (see the top of this file).
+struct Weight {
+    uint32_t fLines = 1;
+    uint32_t fCost = 1;
+};
 
 // A zeroed array of `count` elements, freed with the owner.
 template <typename T>
@@ -79,12 +88,12 @@ public:
 private:
     bool ReadTrailer ();
     bool CheckOffsetTable ();
-    PLTypeRef ReadObject (uint64_t index, int depth, uint32_t & weight);
-    PLTypeRef Decode (uint64_t offset, int depth, uint32_t & weight);
+    PLTypeRef ReadObject (uint64_t index, int depth, Weight & weight);
+    PLTypeRef Decode (uint64_t offset, int depth, Weight & weight);
     bool Count (uint64_t offset, uint8_t marker, uint64_t & count, uint64_t & payload);
     PLTypeRef ReadInteger (uint64_t offset, unsigned width);
     PLTypeRef ReadString (uint64_t offset, uint64_t count, bool wide);
-    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth, uint32_t & weight);
+    PLTypeRef ReadContainer (uint64_t offset, uint64_t count, bool dictionary, int depth, Weight & weight);
     bool Shareable (PLTypeRef value) const;
     bool Push (void const * item);
     void Pop (std::size_t first);
@@ -108,7 +117,7 @@ private:
     // object alive when the result lets go of it (a dictionary with a key twice keeps only the
     // last value), so that a later reference to it never meets a freed object.
     Scratch<PLTypeRef> fDecoded;
-    Scratch<uint32_t> fWeights;    // of the objects in fDecoded
+    Scratch<Weight> fWeights;      // of the objects in fDecoded
     uint32_t fWeightBound = 0;
     uint64_t fPlaced = 0;          // elements placed in containers
     Scratch<PLUniChar> fUnits;     // conversion room of strings
@@ -161,7 +170,7 @@ PLTypeRef BinaryReader::Read ()
     // Saturated, the bound is UINT32_MAX - 1, which a weight that saturated exceeds.
     fWeightBound = SaturatingAdd (kExpansionFloor, uint64_t (fInput.Size ()) * kExpansionFactor);
     fWeightBound -= fWeightBound == UINT32_MAX ? 1 : 0;
-    uint32_t weight;
+    Weight weight;
     return ReadObject (fTop, 0, weight);
 }
 
@@ -213,7 +222,7 @@ bool BinaryReader::CheckOffsetTable ()
 
 // The object `index`, as a reference the caller owns: made now, or retained when it was made
 // before and is shareable; and its weight.
-PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint32_t & weight)
+PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, Weight & weight)
 {
     PLTypeRef decoded = fDecoded [index];
     weight = fWeights [index];
@@ -224,12 +233,12 @@ PLTypeRef BinaryReader::ReadObject (uint64_t index, int depth, uint32_t & weight
     if (decoded == kOnPath)
         return Fail ("reference cycle", offset);
     fDecoded [index] = kOnPath;
-    weight = 1;
+    weight = Weight ();
     PLTypeRef value = Decode (offset, depth, weight);
     if (value == nullptr)
         Fail ("out of memory", offset);    // a leaf's creation failing names no reason of its own
     fDecoded [index] = value != nullptr && Shareable (value) ? PLRetain (value) : nullptr;
-    fWeights [index] = fDecoded [index] != nullptr ? weight : 0;
+    fWeights [index] = fDecoded [index] != nullptr ? weight : Weight ();
     return value;
 }
 
@@ -243,7 +252,7 @@ bool BinaryReader::Shareable (PLTypeRef value) const
     return type != kDataType || ! fOptions.fMutableLeaves;
 }
 
-PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, uint32_t & weight)
+PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, Weight & weight)
 {
     uint8_t marker = 0;
     fObjects.Byte (offset, marker);
@@ -290,8 +299,9 @@ PLTypeRef BinaryReader::Decode (uint64_t offset, int depth, uint32_t & weight)
         uint64_t count, payload;
         if (! Count (offset, marker, count, payload))
             return nullptr;
-        weight = SaturatingAdd (weight, count);
+        weight.fCost = SaturatingAdd (weight.fCost, count);
         if (marker >> 4 == 0x4) {
+            weight.fLines = SaturatingAdd (weight.fLines, count / 12);
             uint8_t const * bytes = fObjects.Span (payload, count);
             if (bytes == nullptr)
                 return Fail ("data runs past the object area", offset);
@@ -392,10 +402,10 @@ PLTypeRef BinaryReader::ReadString (uint64_t payload, uint64_t count, bool wide)
 }
 
 PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool dictionary, int depth,
-    uint32_t & weight)
+    Weight & weight)
 {
     // The count is the elements' weight, not the container's own.
-    weight = 1;
+    weight = Weight ();
     uint64_t references = count, size;
     if ((dictionary && ! CheckedMultiply (count, 2, references))
         || ! CheckedMultiply (references, fReferenceWidth, size) || ! fObjects.Contains (payload, size))
@@ -413,15 +423,16 @@ PLTypeRef BinaryReader::ReadContainer (uint64_t payload, uint64_t count, bool di
             valid = fFailure.Fail ("reference outside the object count", payload + made * fReferenceWidth);
             break;
         }
-        uint32_t itemWeight;
+        Weight itemWeight;
         PLTypeRef item = ReadObject (reference, depth + 1, itemWeight);
         if (item == nullptr || ! Push (item)) {
             PLRelease (item);
             valid = item != nullptr && fFailure.Fail ("out of memory", payload);
             break;
         }
-        weight = SaturatingAdd (weight, itemWeight);
-        if (weight > fWeightBound)
+        weight.fLines = SaturatingAdd (weight.fLines, itemWeight.fLines);
+        weight.fCost = SaturatingAdd (SaturatingAdd (weight.fCost, itemWeight.fCost), itemWeight.fLines);
+        if (weight.fCost > fWeightBound)
             valid = fFailure.Fail ("shared objects expand beyond 1 MiB + 32 times the input's size", payload);
         if (dictionary && made < count && PLGetTypeID (item) != kStringType)
             valid = fFailure.Fail ("dictionary key is not a string", payload + made * fReferenceWidth);

@@ -103,7 +103,7 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
             "plist-tool: missing: can't be opened for reading: No such file or directory\n"
             "plist-tool: .: can't be opened for reading: Is a directory\n" },
         { "$T -convert xml -o - $D/hostile/expansion-60.binary", 1, "", "plist-tool: " PLINTH_TEST_DATA "/hostile/expansion-60"
-            ".binary: binary property list: shared objects expand beyond 1 MiB + 32 times the input's size (at byte 129)\n" },
+            ".binary: binary property list: shared objects expand beyond 1 MiB + 32 times the input's size (at byte 141)\n" },
         { "$T -extract servers.5 json f.binary", 1, "",
             "plist-tool: f.binary: key path \"servers.5\": no such index: the array holds 2 values\n" },
         { "$T -extract name.first xml f.binary", 1, "", "plist-tool: f.binary: key path \"name.first\": the value at"

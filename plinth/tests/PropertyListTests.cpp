@@ -134,7 +134,8 @@ TEST (PropertyListHardening, ReasonsNameTheByteAndSharedObjectsStaySharedWhenImm
     Owned<PLTypeRef> none (Read (Data ("hostile/reference-outside.binary"), 0, &reason));
     EXPECT_EQ (reason, "binary property list: reference outside the object count (at byte 9)");
     // Object i an array of object i+1 twice, the last true: a tree of 2^(n+1)-1 objects, shared
-    // when immutable up to 1 MiB + 32 per byte of input (2^60 is refused in both ways: index.txt).
+    // when immutable while its indented lines cost at most 1 MiB + 32 per byte of input: 983,041
+    // at 15 levels, 2,097,153 at 16 (2^60 is refused in both ways: index.txt).
     auto doubling = [] (int levels) {
         std::string out = "bplist00", table, trailer (32, '\0');
         for (int i = 0; i <= levels; ++i) {
@@ -144,11 +145,11 @@ TEST (PropertyListHardening, ReasonsNameTheByteAndSharedObjectsStaySharedWhenImm
         trailer [6] = trailer [7] = 1, trailer [15] = char (levels + 1), trailer [31] = char (out.size ());
         return out + table + trailer;
     };
-    Owned<PLTypeRef> shared (Read (doubling (19), kPLPropertyListImmutable, &reason));
+    Owned<PLTypeRef> shared (Read (doubling (15), kPLPropertyListImmutable, &reason));
     ASSERT_NE (shared.Get (), nullptr) << reason;
     PLArrayRef top = static_cast<PLArrayRef> (shared.Get ());
     EXPECT_EQ (PLArrayGetValueAtIndex (top, 0), PLArrayGetValueAtIndex (top, 1));
-    EXPECT_EQ (Read (doubling (20), kPLPropertyListImmutable, &reason), nullptr);
+    EXPECT_EQ (Read (doubling (16), kPLPropertyListImmutable, &reason), nullptr);
     EXPECT_EQ (reason, "binary property list: shared objects expand beyond 1 MiB + 32 times the input's size (at byte 9)");
     // Empty containers read immutable are one object, mutable ones each their own.
     Owned<PLArrayRef> empties (static_cast<PLArrayRef> (Read ("<plist><array><dict/><array/><dict/><array/></array></plist>", 0)));
