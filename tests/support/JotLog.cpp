@@ -84,6 +84,8 @@ ScopedJotLog::ScopedJotLog ()
     Check (::GetTempFileNameW (std::filesystem::temp_directory_path ().c_str (), L"jot", 0, name) != 0,
         "ScopedJotLog: GetTempFileNameW failed (error " + std::to_string (::GetLastError ()) + ")");
     fPath = name;
+    fHeldOpen = ::CreateFileW (name, FILE_READ_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, NULL,
+        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, NULL);
 
     // A variable that is set but empty answers 0 like an unset one, and Wine then leaves the last
     // error alone: clear it first so that only "not found" means unset.
@@ -95,6 +97,7 @@ ScopedJotLog::ScopedJotLog ()
         fPreviousValue = value;
     }
     if (! ::SetEnvironmentVariableW (kVariable, fPath.c_str ())) {
+        ::CloseHandle (fHeldOpen);
         ::DeleteFileW (fPath.c_str ());
         throw std::runtime_error ("ScopedJotLog: SetEnvironmentVariableW failed");
     }
@@ -103,6 +106,7 @@ ScopedJotLog::ScopedJotLog ()
 ScopedJotLog::~ScopedJotLog ()
 {
     ::SetEnvironmentVariableW (kVariable, fPreviousValue ? fPreviousValue->c_str () : NULL);
+    ::CloseHandle (fHeldOpen);
     ::DeleteFileW (fPath.c_str ());
 }
 
