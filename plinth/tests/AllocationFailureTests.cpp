@@ -93,13 +93,6 @@ void Sweep (Operation const & operation, bool failAfter)
     }
 }
 
-// A property list read from its bytes; null if they hold none.
-PLTypeRef Parse (std::string const & bytes)
-{
-    Owned<PLDataRef> data (PLDataCreate (nullptr, reinterpret_cast<uint8_t const *> (bytes.data ()), PLIndex (bytes.size ())));
-    return PLPropertyListCreateWithData (nullptr, data, kPLPropertyListImmutable, nullptr, nullptr);
-}
-
 // 24 entries of every kind, containers nested.
 PLDictionaryRef Document ()
 {

@@ -10,16 +10,6 @@ using namespace PlinthTest;
 
 namespace {
 
-PLURLRef FileURL (std::string const & path)
-{
-#ifdef _WIN32
-    PLURLPathStyle style = kPLURLWindowsPathStyle;
-#else
-    PLURLPathStyle style = kPLURLPOSIXPathStyle;
-#endif
-    return PLURLCreateWithFileSystemPath (kPLAllocatorDefault, Owned<PLStringRef> (CreateString (path.c_str ())), style, false);
-}
-
 // Writes `value` to `path` through a stream in the binary format; what PLPropertyListWrite gave.
 PLIndex WriteFile (std::string const & path, PLTypeRef value)
 {

@@ -1,5 +1,5 @@
-// The object model: counts, immortals, kinds, equality and hashing, descriptions, allocators; and
-// the values: numbers, booleans, dates and data.
+// The object model: counts, immortals, kinds, equality and hashing, descriptions (dates' too),
+// allocators; and the values: numbers, booleans, dates and data.
 #include "PlinthTest.h"
 
 #include <cmath>
@@ -47,7 +47,6 @@ TEST (Object, ImmortalsIgnoreCountsAndAreNotLive)
     NoLeaks noLeaks;
     PLStringRef constant = PLSTR ("immortal text");
     EXPECT_EQ (constant, __PLStringMakeConstantString ("immortal text"));
-    EXPECT_EQ (UTF8 (constant), "immortal text");
     for (PLTypeRef immortal : { PLTypeRef (constant), PLTypeRef (kPLBooleanTrue), PLTypeRef (kPLAllocatorNull),
                                 PLTypeRef (kPLAllocatorDefault), PLTypeRef (kPLPreferencesCurrentApplication) }) {
         PLRelease (immortal);
@@ -86,6 +85,7 @@ TEST (Object, DescriptionsAndAllocators)
 {
     NoLeaks noLeaks;
     Owned<PLNumberRef> number (Integer (42)), real (Real (0.5));
+    Owned<PLDateRef> date (PLDateCreate (kPLAllocatorDefault, 731245384.75)), epoch (PLDateCreate (kPLAllocatorDefault, -978307200.0));
     Owned<PLDataRef> data (PLDataCreate (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> ("\x01\xab\x00\x10\xff"), 5));
     void const * values [] = { PLSTR ("a"), number.Get () }, * keys [] = { PLSTR ("k") };
     Owned<PLArrayRef> array (PLArrayCreate (kPLAllocatorDefault, values, 2, &kPLTypeArrayCallBacks));
@@ -94,16 +94,16 @@ TEST (Object, DescriptionsAndAllocators)
     std::vector<std::pair<PLTypeRef, std::string>> cases {
         { number, "42" }, { real, "0.5" }, { kPLBooleanTrue, "true" }, { kPLBooleanFalse, "false" },
         { data, "<01ab0010 ff>" }, { array, "(\n    a,\n    42\n)" }, { dictionary, "{\n    k = a;\n}" },
-        { nullptr, "(null)" }, { kPLAllocatorNull, "<PLAllocator null>" } };
+        { date, "2024-03-04 11:43:04 +0000" }, { epoch, "1970-01-01 00:00:00 +0000" }, { nullptr, "(null)" },
+        { kPLAllocatorNull, "<PLAllocator null>" } };
     for (auto const & c : cases)
         EXPECT_EQ (UTF8 (Owned<PLStringRef> (PLCopyDescription (c.first))), c.second);
 
     Owned<PLStringRef> s (PLStringCreateWithCString (nullptr, "x", kPLStringEncodingASCII));
     EXPECT_TRUE (PLGetAllocator (s) == kPLAllocatorDefault && PLGetAllocator (nullptr) == nullptr);
     // The null allocator makes nothing.
-    EXPECT_EQ (PLStringCreateWithCString (kPLAllocatorNull, "x", kPLStringEncodingASCII), nullptr);
-    EXPECT_EQ (PLDataCreate (kPLAllocatorNull, nullptr, 0), nullptr);
-    EXPECT_EQ (PLDictionaryCreateMutable (kPLAllocatorNull, 0, nullptr, nullptr), nullptr);
+    EXPECT_TRUE (PLStringCreateWithCString (kPLAllocatorNull, "x", kPLStringEncodingASCII) == nullptr
+        && PLDataCreate (kPLAllocatorNull, nullptr, 0) == nullptr && PLDictionaryCreateMutable (kPLAllocatorNull, 0, nullptr, nullptr) == nullptr);
 }
 
 TEST (Number, ValuesConvertAndSayWhetherAnythingWasLost)
@@ -132,20 +132,9 @@ TEST (Number, ValuesConvertAndSayWhetherAnythingWasLost)
     Owned<PLDataRef> d2 (PLDataCreate (kPLAllocatorDefault, block, 100));
     EXPECT_TRUE (PLHash (d1) != PLHash (d2) && PLHash (Owned<PLDateRef> (PLDateCreate (kPLAllocatorDefault, 0.0)))
         == PLHash (Owned<PLDateRef> (PLDateCreate (kPLAllocatorDefault, -0.0))));
-    EXPECT_TRUE (PLBooleanGetValue (kPLBooleanTrue));
-    EXPECT_FALSE (PLBooleanGetValue (kPLBooleanFalse) || PLBooleanGetValue (nullptr));
-}
-
-TEST (Date, TimesFromTheReferenceDate)
-{
-    NoLeaks noLeaks;
-    for (auto c : { std::make_pair (0.0, "2001-01-01 00:00:00 +0000"), std::make_pair (731245384.75, "2024-03-04 11:43:04 +0000"),
-                    std::make_pair (-978307200.0, "1970-01-01 00:00:00 +0000") }) {
-        Owned<PLDateRef> date (PLDateCreate (kPLAllocatorDefault, c.first));
-        EXPECT_EQ (UTF8 (Owned<PLStringRef> (PLCopyDescription (date))), c.second);
-        EXPECT_EQ (PLDateGetAbsoluteTime (date), c.first);
-    }
-    EXPECT_GT (PLAbsoluteTimeGetCurrent (), 700000000.0);
+    EXPECT_TRUE (PLBooleanGetValue (kPLBooleanTrue) && ! PLBooleanGetValue (kPLBooleanFalse) && ! PLBooleanGetValue (nullptr));
+    PLAbsoluteTime now = PLAbsoluteTimeGetCurrent ();   // counted from 2001 (until 2048), not 1970
+    EXPECT_TRUE (now > 7e8 && now < 1.5e9) << now;
 }
 
 TEST (Data, CopiesBorrowsAndGrows)
@@ -158,8 +147,7 @@ TEST (Data, CopiesBorrowsAndGrows)
     EXPECT_TRUE (PLDataGetBytePtr (copy) [0] == 1 && PLDataGetBytePtr (borrowed) == bytes);
     EXPECT_EQ (PLDataGetMutableBytePtr (const_cast<PLMutableDataRef> (copy.Get ())), nullptr);
     EXPECT_EQ (PLDataGetLength (Owned<PLDataRef> (PLDataCreate (kPLAllocatorDefault, nullptr, 0))), 0);
-    EXPECT_EQ (PLDataCreate (kPLAllocatorDefault, nullptr, 1), nullptr);
-    EXPECT_EQ (PLDataCreate (kPLAllocatorDefault, bytes, -1), nullptr);
+    EXPECT_TRUE (PLDataCreate (kPLAllocatorDefault, nullptr, 1) == nullptr && PLDataCreate (kPLAllocatorDefault, bytes, -1) == nullptr);
     Owned<PLMutableDataRef> growing (PLDataCreateMutable (kPLAllocatorDefault, 0));
     for (int i = 0; i < 1000; ++i)
         PLDataAppendBytes (growing, bytes, 3);

@@ -30,6 +30,29 @@ std::u16string Units (PLStringRef string)
 PLNumberRef Integer (int64_t value) { return PLNumberCreate (kPLAllocatorDefault, kPLNumberSInt64Type, &value); }
 PLNumberRef Real (double value) { return PLNumberCreate (kPLAllocatorDefault, kPLNumberFloat64Type, &value); }
 
+std::string Reason (PLStringRef error) { return error == nullptr ? "" : UTF8 (Owned<PLStringRef> (error)); }
+
+PLTypeRef Parse (std::string const & bytes, PLOptionFlags options, std::string * reason, PLPropertyListFormat * format)
+{
+    Owned<PLDataRef> data (PLDataCreate (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (bytes.data ()), PLIndex (bytes.size ())));
+    PLStringRef error = nullptr;
+    PLTypeRef value = PLPropertyListCreateWithData (kPLAllocatorDefault, data, options, format, &error);
+    std::string text = Reason (error);
+    if (reason != nullptr)
+        *reason = text;
+    return value;
+}
+
+PLURLRef FileURL (std::string const & path, bool directory)
+{
+#ifdef _WIN32
+    PLURLPathStyle const style = kPLURLWindowsPathStyle;
+#else
+    PLURLPathStyle const style = kPLURLPOSIXPathStyle;
+#endif
+    return PLURLCreateWithFileSystemPath (kPLAllocatorDefault, Owned<PLStringRef> (CreateString (path.c_str ())), style, directory);
+}
+
 void SetVariable (char const * name, char const * value)
 {
 #ifdef _WIN32

@@ -23,6 +23,13 @@ std::u16string Units (PLStringRef string);
 // An owned number of a 64-bit integer, or of a real.
 PLNumberRef Integer (int64_t value);
 PLNumberRef Real (double value);
+// The text of an error that the caller owns, released here; empty for none.
+std::string Reason (PLStringRef error);
+// The property list in `bytes`, owned, or null with the reason in `reason`.
+PLTypeRef Parse (std::string const & bytes, PLOptionFlags options = 0, std::string * reason = nullptr,
+    PLPropertyListFormat * format = nullptr);
+// The URL of a file or directory named by a path in this platform's form.
+PLURLRef FileURL (std::string const & path, bool directory = false);
 
 // Fails the test when the live-object count differs from that at construction.
 class NoLeaks {

@@ -102,8 +102,6 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
             "plist-tool: " PLINTH_TEST_DATA "/hostile/cycle-self.binary: binary property list: reference cycle (at byte 8)\n"
             "plist-tool: missing: can't be opened for reading: No such file or directory\n"
             "plist-tool: .: can't be opened for reading: Is a directory\n" },
-        { "$T -convert xml -o - $D/hostile/expansion-60.binary", 1, "", "plist-tool: " PLINTH_TEST_DATA "/hostile/expansion-60"
-            ".binary: binary property list: shared objects expand beyond 1 MiB + 32 times the input's size (at byte 141)\n" },
         { "$T -extract servers.5 json f.binary", 1, "",
             "plist-tool: f.binary: key path \"servers.5\": no such index: the array holds 2 values\n" },
         { "$T -extract name.first xml f.binary", 1, "", "plist-tool: f.binary: key path \"name.first\": the value at"
@@ -114,8 +112,6 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
         { "printf '[1, {\"r\": 1e400}]' | $T -convert json -", 1, "",
             "plist-tool: (standard input): key path \"1.r\": JSON has no number for inf\n" },
         { "printf '{\"a\": [1,]}' | $T -lint -", 1, "", "plist-tool: (standard input): JSON: expected a value (at byte 9)\n" },
-        { "printf '{\"a\": [null]}' | $T -lint -", 1, "",
-            "plist-tool: (standard input): key path \"a.0\": JSON null has no property-list value\n" },
         { "printf '[18446744073709551616]' | $T -lint -", 1, "",
             "plist-tool: (standard input): key path \"0\": an integer outside -2^63 to 2^64-1\n" } };
     for (Row const & row : rows)

@@ -60,10 +60,9 @@ TEST (Interop, PlistlibReadsWhatPlinthWritesAndFindsItsOwnBytes)
         std::string name = file.substr (0, file.find ('.')), bytes = Contents (data + "/plistlib/" + file);
         if (file != name + ".binary")
             continue;
-        Owned<PLDataRef> input (PLDataCreate (kPLAllocatorDefault, reinterpret_cast<uint8_t const *> (bytes.data ()),
-            PLIndex (bytes.size ())));
-        Owned<PLTypeRef> value (PLPropertyListCreateWithData (kPLAllocatorDefault, input, 0, nullptr, nullptr));
-        ASSERT_NE (value.Get (), nullptr) << file;
+        std::string reason;
+        Owned<PLTypeRef> value (Parse (bytes, 0, &reason));
+        ASSERT_NE (value.Get (), nullptr) << file << ": " << reason;
         WriteEveryWay (directory, name, value, files.find (name + ".xml\n") != std::string::npos, name.size () < 16);
         ++written;
     }

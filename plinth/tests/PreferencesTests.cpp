@@ -27,10 +27,7 @@ std::string StringValue (PLStringRef key, PLStringRef application = kApplication
     return UTF8 (static_cast<PLStringRef> (value.Get ()));
 }
 
-std::string Magic (std::string const & path)
-{
-    return ScratchPreferences::ReadFile (path).substr (0, 8);
-}
+std::string Magic (std::string const & path) { return ScratchPreferences::ReadFile (path).substr (0, 8); }
 
 }
 
