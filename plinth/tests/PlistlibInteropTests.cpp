@@ -1,9 +1,7 @@
-// What Plinth writes, plistlib reads into the values it wrote itself: every corpus value that
-// plistlib wrote is read by Plinth and written back in both formats, in the binary format also
-// with every reference and offset width of 1 to 8 bytes, and large values that need references
-// and offsets of 4 bytes are made here by the rules that tests/data/corpus.py knows. corpus.py
-// then checks every file with plistlib, and that the default encodings are plistlib's own bytes.
-// Native only: plistlib runs on this side of the test run.
+// What Plinth writes, plistlib reads into the values it wrote itself: each corpus value in both
+// formats and in every binary reference and offset width of 1 to 8 bytes, and large values that need
+// widths of 4 (made by the rules tests/data/corpus.py knows); corpus.py checks each file with plistlib,
+// and that the default encodings are plistlib's own bytes. Native only: plistlib runs on this side.
 #include "PlinthTest.h"
 #include "../source/PropertyList.h"
 

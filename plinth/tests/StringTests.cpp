@@ -128,8 +128,9 @@ TEST (String, CStringsNoCopySubstringsAndCharacters)
     EXPECT_EQ (PLStringGetLength (static_cast<PLStringRef> (static_cast<void const *> (kPLBooleanTrue))) + PLStringGetLength (nullptr), 0);
 }
 
-TEST (Compare, FlagsDecideTheOrder)
+TEST (Compare, FlagsDecideTheOrderAndTheSearch)
 {
+    NoLeaks noLeaks;
     PLOptionFlags const kCase = kPLCompareCaseInsensitive, kBack = kPLCompareBackwards, kNumber = kPLCompareNumerically,
         kForced = kPLCompareForcedOrdering;
     const struct { char const * fX, * fY; PLOptionFlags fFlags; int fOrder; } cases [] = {
@@ -159,21 +160,14 @@ TEST (Compare, FlagsDecideTheOrder)
     EXPECT_EQ ((std::vector<int> { PLStringCompareWithOptions (s, hello, PLRangeMake (2, 5), kCase),
         PLStringCompareWithOptions (s, hello, PLRangeMake (2, 4), kCase), PLStringCompare (nullptr, hello, 0),
         PLStringCompare (hello, nullptr, 0), PLStringCompare (nullptr, nullptr, 0) }), (std::vector<int> { 0, -1, -1, 1, 0 }));
-}
-
-TEST (Compare, FindHonoursCaseDirectionAndAnchor)
-{
-    NoLeaks noLeaks;
-    Owned<PLStringRef> s (CreateString ("abcABCabc"));
-    const struct { PLRange fRange; PLOptionFlags fFlags; PLIndex fFound; PLStringRef fWhat = PLSTR ("ABC"); } cases [] = {
-        { PLRangeMake (0, 9), 0, 3 }, { PLRangeMake (0, 9), kPLCompareCaseInsensitive, 0 },
-        { PLRangeMake (0, 9), kPLCompareCaseInsensitive | kPLCompareBackwards, 6 }, { PLRangeMake (0, 9), kPLCompareAnchored, -1 },
-        { PLRangeMake (3, 6), kPLCompareAnchored, 3 }, { PLRangeMake (0, 6), kPLCompareAnchored | kPLCompareBackwards, 3 },
-        { PLRangeMake (0, 9), 0, -1, PLSTR ("") },   // the empty string is found nowhere
-    };
-    for (auto const & c : cases) {
+    Owned<PLStringRef> text (CreateString ("abcABCabc"));
+    const struct { PLRange fRange; PLOptionFlags fFlags; PLIndex fFound; PLStringRef fWhat = PLSTR ("ABC"); } searches [] = {
+        { PLRangeMake (0, 9), 0, 3 }, { PLRangeMake (0, 9), kCase, 0 }, { PLRangeMake (0, 9), kCase | kBack, 6 },
+        { PLRangeMake (0, 9), kPLCompareAnchored, -1 }, { PLRangeMake (3, 6), kPLCompareAnchored, 3 },
+        { PLRangeMake (0, 6), kPLCompareAnchored | kBack, 3 }, { PLRangeMake (0, 9), 0, -1, PLSTR ("") } };   // "" is nowhere
+    for (auto const & c : searches) {
         PLRange found = PLRangeMake (-1, -1);
-        bool ok = PLStringFindWithOptions (s, c.fWhat, c.fRange, c.fFlags, &found);
+        bool ok = PLStringFindWithOptions (text, c.fWhat, c.fRange, c.fFlags, &found);
         EXPECT_EQ (ok ? found.location : -1, c.fFound) << c.fFlags;
     }
 }
