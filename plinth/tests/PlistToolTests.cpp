@@ -37,6 +37,9 @@ for path, form, statement in zip(*[iter(sys.argv[2:])] * 3):
 // A command as the shell runs it, and what it gives: its exit status and standard output and error.
 struct Row { std::string fCommand; int fStatus; std::string fOut, fErr; };
 
+// A command that fails with status 1, printing nothing but `line` on standard error.
+Row Failing (std::string const & command, std::string const & line) { return { command, 1, "", "plist-tool: " + line + "\n" }; }
+
 // A scratch directory holding plistlib's f.binary and f.xml, where commands run through the shell
 // with $T naming the tool, $P the plistlib script and $D the test data.
 class Scratch : public ScratchPreferences {
@@ -102,18 +105,15 @@ TEST (PlistTool, ReadsPrintsAndConvertsWhatPlistlibWrites)
             "plist-tool: " PLINTH_TEST_DATA "/hostile/cycle-self.binary: binary property list: reference cycle (at byte 8)\n"
             "plist-tool: missing: can't be opened for reading: No such file or directory\n"
             "plist-tool: .: can't be opened for reading: Is a directory\n" },
-        { "$T -extract servers.5 json f.binary", 1, "",
-            "plist-tool: f.binary: key path \"servers.5\": no such index: the array holds 2 values\n" },
-        { "$T -extract name.first xml f.binary", 1, "", "plist-tool: f.binary: key path \"name.first\": the value at"
-            " \"name\" is a string, not an array or dictionary\n" },
-        { "$T -extract servers raw f.binary", 1, "",
-            "plist-tool: f.binary: key path \"servers\": an array has no raw form (use xml or json)\n" },
-        { "$T -type nope f.binary", 1, "", "plist-tool: f.binary: key path \"nope\": no such key\n" },
-        { "printf '[1, {\"r\": 1e400}]' | $T -convert json -", 1, "",
-            "plist-tool: (standard input): key path \"1.r\": JSON has no number for inf\n" },
-        { "printf '{\"a\": [1,]}' | $T -lint -", 1, "", "plist-tool: (standard input): JSON: expected a value (at byte 9)\n" },
-        { "printf '[18446744073709551616]' | $T -lint -", 1, "",
-            "plist-tool: (standard input): key path \"0\": an integer outside -2^63 to 2^64-1\n" } };
+        Failing ("$T -extract servers.5 json f.binary", "f.binary: key path \"servers.5\": no such index: the array holds 2 values"),
+        Failing ("$T -extract name.first xml f.binary",
+            "f.binary: key path \"name.first\": the value at \"name\" is a string, not an array or dictionary"),
+        Failing ("$T -extract servers raw f.binary", "f.binary: key path \"servers\": an array has no raw form (use xml or json)"),
+        Failing ("$T -type nope f.binary", "f.binary: key path \"nope\": no such key"),
+        Failing ("printf '[1, {\"r\": 1e400}]' | $T -convert json -", "(standard input): key path \"1.r\": JSON has no number for inf"),
+        Failing ("printf '{\"a\": [1,]}' | $T -lint -", "(standard input): JSON: expected a value (at byte 9)"),
+        Failing ("printf '[18446744073709551616]' | $T -lint -",
+            "(standard input): key path \"0\": an integer outside -2^63 to 2^64-1") };
     for (Row const & row : rows)
         scratch.Expect (row);
 }
@@ -144,16 +144,13 @@ TEST (PlistTool, EditsReplaceTheFileWholeInItsOwnFormat)
     scratch.Expect (Row { command + "$P check" + checks, 0, expected, "" });
     // Failures leave the file as it was, and no temporary file beside it.
     Row const failures [] = {
-        { "$T -insert name -string x w", 1, "", "plist-tool: w: key path \"name\": a value is there already (use -replace)\n" },
-        { "$T -replace nope -string x w", 1, "", "plist-tool: w: key path \"nope\": no such key\n" },
-        { "$T -insert servers.3 -string x w", 1, "",
-            "plist-tool: w: key path \"servers.3\": past the end: the array holds 2 values\n" },
-        { "$T -remove '' w", 1, "", "plist-tool: w: key path \"\": the top value can't be removed\n" },
-        { "$T -insert x -integer 1x w", 1, "", "plist-tool: -integer: \"1x\" is not an integer of -2^63 to 2^64-1"
-            " (decimal, or hexadecimal after 0x)\n" },
-        { "$T -insert x -json '[1, null]' w", 1, "", "plist-tool: -json: key path \"1\": JSON null has no property-list value\n" },
-        { "$T -replace name -string \"$(printf 'a\\001')\" w", 1, "",
-            "plist-tool: w: XML property list: a string with a character that XML cannot hold\n" } };
+        Failing ("$T -insert name -string x w", "w: key path \"name\": a value is there already (use -replace)"),
+        Failing ("$T -replace nope -string x w", "w: key path \"nope\": no such key"),
+        Failing ("$T -insert servers.3 -string x w", "w: key path \"servers.3\": past the end: the array holds 2 values"),
+        Failing ("$T -remove '' w", "w: key path \"\": the top value can't be removed"),
+        Failing ("$T -insert x -integer 1x w", "-integer: \"1x\" is not an integer of -2^63 to 2^64-1 (decimal, or hexadecimal after 0x)"),
+        Failing ("$T -insert x -json '[1, null]' w", "-json: key path \"1\": JSON null has no property-list value"),
+        Failing ("$T -replace name -string \"$(printf 'a\\001')\" w", "w: XML property list: a string with a character that XML cannot hold") };
     for (Row const & failure : failures) {
         scratch.Shell ("cp f.xml w");
         scratch.Expect (failure);
