@@ -46,9 +46,8 @@ Caught CatchWith (Raise raise)
     try {
         raise ();
     } catch (...) {
-        Caught caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), {}};
-        caught.fLines = log.Messages ();
-        return caught;
+        // Braced members are made in order: the log is read after the catch has logged.
+        return Caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), log.Messages ()};
     }
     throw std::logic_error ("nothing thrown");
 }

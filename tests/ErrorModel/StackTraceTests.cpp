@@ -73,23 +73,18 @@ std::vector<std::string> Lines (const std::string & text)
     return lines;
 }
 
-// The lines of a trace of chosen addresses.
-std::vector<std::string> LinesOf (std::vector<void *> addresses)
+// A trace of chosen addresses, and its lines.
+StackTrace TraceOf (const std::vector<void *> & addresses)
 {
     StackTrace trace;
     trace.assign (addresses.begin (), addresses.end ());
-    return Lines (trace.Symbolicate ());
+    return trace;
 }
+
+std::vector<std::string> LinesOf (const std::vector<void *> & addresses) { return Lines (TraceOf (addresses).Symbolicate ()); }
 
 void * InProgram () { return reinterpret_cast<void *> (&Skerry::Example::FailAtTheEnd); }
 void * InLibrary () { return reinterpret_cast<void *> (&ThrowStringFunc); }
-
-StackTrace OneFrame ()
-{
-    StackTrace trace;
-    trace.assign (1, InProgram ());
-    return trace;
-}
 
 const char * const kSDK = "TolvaneApplicationSupportSDK", * kPath = "_NT_SYMBOL_PATH", * kAlternate = "_NT_ALTERNATE_SYMBOL_PATH";
 
@@ -216,7 +211,7 @@ TEST (InChild, StartUpFailuresAreRepeated)
             ::SetLastError (ERROR_INVALID_PARAMETER);
         return refuse ? FALSE : initialize.Original (process, path, invade);
     });
-    auto failure = [] { return SkerryTest::Failure ([] { OneFrame ().StackTrace::Symbolicate (); }); };
+    auto failure = [] { return SkerryTest::Failure ([] { TraceOf ({InProgram ()}).StackTrace::Symbolicate (); }); };
     duplicate.Fail (FALSE, ERROR_ACCESS_DENIED);
     EXPECT_EQ (failure (), "Win32 5 | Singleton::Singleton | StackTrace");
     program.Fail (0, ERROR_NOT_ENOUGH_MEMORY);
@@ -244,12 +239,12 @@ TEST (InChild, StartUpFailuresAreRepeated)
     PLPreferencesSetAppValue (key, __PLStringMakeConstantString ("\\\\server\\symbols"), kPLPreferencesCurrentApplication);
     SetVariables ({ { kPath, "C:\\symbols" } });
     refuse = false;
-    EXPECT_EQ (OneFrame ().Symbolicate ().find ("ErrorModelTests.exe"), 0u);
+    EXPECT_EQ (TraceOf ({InProgram ()}).Symbolicate ().find ("ErrorModelTests.exe"), 0u);
     PLPreferencesSetAppValue (key, NULL, kPLPreferencesCurrentApplication);
     EXPECT_EQ (paths.back (), directory + ";\\\\server\\symbols;C:\\symbols");
     // Once up, it is never asked again: later changes of the environment change nothing.
     ::SetEnvironmentVariableA (kPath, "C:\\later");
-    OneFrame ().Symbolicate ();
+    TraceOf ({InProgram ()}).Symbolicate ();
 
     // Every attempt started over: a new process handle after the refused one, the path read and
     // assembled again each time, options set only once debug-help was up.
@@ -271,8 +266,8 @@ TEST (InChild, SingletonRace)
         return result;
     });
     std::string texts [2];
-    std::thread a ([&] { texts [0] = OneFrame ().Symbolicate (); });
-    std::thread b ([&] { texts [1] = OneFrame ().Symbolicate (); });
+    std::thread a ([&] { texts [0] = TraceOf ({InProgram ()}).Symbolicate (); });
+    std::thread b ([&] { texts [1] = TraceOf ({InProgram ()}).Symbolicate (); });
     a.join ();
     b.join ();
     EXPECT_EQ (std::make_pair (duplicate.Calls (), close.Calls ()), std::make_pair (2u, 1u));
