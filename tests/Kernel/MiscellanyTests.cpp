@@ -67,12 +67,12 @@ TEST_F (Miscellany, WaitOutcomes)
     EXPECT_EQ (std::get<2> (multiple.CallArguments () [0]), FALSE);    // any one handle, never all
 }
 
-// Real handles: not signalled, the second of two; cancelling a pipe read.
+// Real handles: the second of two signalled; a pipe read incomplete, then cancelled. A read that
+// completes, and a single wait that times out: Example.KernelObjects.
 TEST_F (Miscellany, RealWaitsAndCancellation)
 {
     Skerry::Event quiet (true, false), signalled (true, true);
     void * const both [2] = { quiet, signalled };
-    EXPECT_EQ (Misc::WaitForSingleObject (quiet, 0, true), DWORD (WAIT_TIMEOUT));
     EXPECT_EQ (Misc::WaitForMultipleObjects (2, both, 0, false), WAIT_OBJECT_0 + 1);
 
     const wchar_t name [] = L"\\\\.\\pipe\\SkerryCancelTest";
@@ -80,8 +80,10 @@ TEST_F (Miscellany, RealWaitsAndCancellation)
     HANDLE client = ::CreateFileW (name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     Skerry::Overlapped reading (quiet);
     char buffer [8];
+    unsigned long bytes = 0;
+    EXPECT_FALSE (::ReadFile (server, buffer, sizeof buffer, nullptr, &reading));
+    EXPECT_EQ (reading.GetResult (server, &bytes, false), DWORD (ERROR_IO_INCOMPLETE));
     EXPECT_FALSE (Misc::CancelIo (reinterpret_cast<void *> (0x1234), signalled, true));
-    ::ReadFile (server, buffer, sizeof buffer, nullptr, &reading);
     EXPECT_FALSE (Misc::CancelIo (server, nullptr, true));    // the wait inside raises
     reading.Recycle ();
     ::ReadFile (server, buffer, sizeof buffer, nullptr, &reading);
@@ -170,7 +172,6 @@ TEST (EnsureLibrary, LoadsOnceRacesAndFailures)
     EXPECT_TRUE (version == ::GetModuleHandleW (L"version.dll") && slot == version);
     SKERRY_INTERPOSE (load, "KERNEL32.dll", LoadLibraryW);
     SKERRY_INTERPOSE (release, "KERNEL32.dll", FreeLibrary);
-    EXPECT_EQ (Misc::EnsureLibrary (L"version", slot), version);
     slot = reinterpret_cast<void *> (0x12340000);
     EXPECT_EQ (Misc::EnsureLibrary (L"no such library at all", slot), reinterpret_cast<HINSTANCE__ *> (0x12340000));
     EXPECT_EQ (load.Calls (), 0u);

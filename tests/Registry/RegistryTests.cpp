@@ -44,11 +44,6 @@ protected:
 
     static std::wstring Path () { return L"Software\\SkerryRegistryTests-" + std::to_wstring (::GetCurrentProcessId ()); }
 
-    void SetRaw (const wchar_t * name, DWORD type, const void * data, DWORD size)
-    {
-        ASSERT_EQ (::RegSetValueExW (Raw (fRoot), name, 0, type, static_cast<const BYTE *> (data), size), 0);
-    }
-
     Key fRoot { HKEY_CURRENT_USER, Path (), true, KEY_ALL_ACCESS };
 };
 
@@ -132,7 +127,8 @@ TEST_F (RegistryTest, StrictReads)
         { L"bytes", REG_BINARY, L"ab", 4, L"", typeAssertion, "Win32 87" },
     };
     for (const Row & row : rows)
-        SetRaw (row.name, row.type, row.stored.data (), row.size);
+        ASSERT_EQ (::RegSetValueExW (Raw (fRoot), row.name, 0, row.type, reinterpret_cast<const BYTE *> (row.stored.data ()),
+            row.size), 0);
     for (const Row & row : rows) {
         SCOPED_TRACE (std::string (row.name, row.name + std::wcslen (row.name)));
         if (row.failure != nullptr)

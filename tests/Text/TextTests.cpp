@@ -1,5 +1,5 @@
 // Base64 against an encoder of our own (checked with RFC 4648's vectors) with the platform's line layout;
-// code pages against known bytes; the small text tools; and every failure of the platform calls.
+// code pages against known bytes; the small text tools (a GUID's text: Example.Text); every failure.
 #include <LibSkerry/Base64>
 #include <LibSkerry/CodePages>
 #include <LibSkerry/StringUtilities>
@@ -66,12 +66,8 @@ TEST (Base64, AgainstAnIndependentEncoder)
         EXPECT_EQ (Decoded (Binary (Widen (text))), bytes);
         // Damaged text decodes to something or fails as the platform says, nothing else.
         text [random () % (text.size () + 1)] = "!A=\r\0-" [random () % 6];
-        try {
-            Binary damaged (text);
-        }
-        catch (const Win32 & e) {
-            EXPECT_EQ (e.fCode, DWORD (ERROR_INVALID_DATA));
-        }
+        std::string failure = SkerryTest::Failure ([&] { Binary damaged (text); });
+        EXPECT_TRUE (failure == "nothing thrown" || failure == "Win32 13 | Skerry::Base64::ConstructBinary | Base64") << failure;
     }
 }
 
@@ -81,24 +77,21 @@ TEST (Base64, EncoderRaisesSkerry18DecoderWin32AndNoBytesCallNothing)
     SKERRY_INTERPOSE (wide, "CRYPT32.dll", CryptBinaryToStringW);
     EXPECT_TRUE (String (nullptr, 0).empty () && WideString (nullptr, 0).empty ());
     EXPECT_EQ (narrow.Calls () + wide.Calls (), 0u);
+    // Either call failing: the encoder raises Skerry 18, the decoder Win32 with the code.
+    SKERRY_INTERPOSE (toNarrow, "CRYPT32.dll", CryptStringToBinaryA);
+    SKERRY_INTERPOSE (toWide, "CRYPT32.dll", CryptStringToBinaryW);
     for (unsigned call = 0; call < 2; ++call) {
         narrow.Fail (FALSE, ERROR_OUTOFMEMORY, 1, call);
         EXPECT_EQ (SkerryTest::Expect<SkerryError> ([] { String text ("abc", 3); }, kEncode, "Base64").fCode, 18ul);
         wide.Fail (FALSE, ERROR_OUTOFMEMORY, 1, call);
         EXPECT_EQ (SkerryTest::Expect<SkerryError> ([] { WideString text ("abc", 3); }, kEncode, "Base64").fCode, 18ul);
-    }
-    EXPECT_EQ (std::get<2> (narrow.CallArguments () [0]), DWORD (CRYPT_STRING_BASE64));
-
-    // The decoder raises Win32, and its assertions check both calls.
-    SKERRY_INTERPOSE (toNarrow, "CRYPT32.dll", CryptStringToBinaryA);
-    SKERRY_INTERPOSE (toWide, "CRYPT32.dll", CryptStringToBinaryW);
-    for (unsigned call = 0; call < 2; ++call) {
         toNarrow.Fail (FALSE, 1234 + call, 1, call);
         EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Binary b (std::string ("AQgP")); }, kDecode, "Base64").fCode, 1234 + call);
         toWide.Fail (FALSE, 1234 + call, 1, call);
         EXPECT_EQ (SkerryTest::Expect<Win32> ([] { Binary b (std::wstring (L"AQgP")); }, kDecode, "Base64").fCode, 1234 + call);
     }
-    // Spoils the format, the skip count or the size, of the first call or the second.
+    EXPECT_EQ (std::get<2> (narrow.CallArguments () [0]), DWORD (CRYPT_STRING_BASE64));
+    // Spoils the format, the skip count or the size, of the decoder's first call or the second.
     const char * format = "assertion failed: CRYPT_STRING_BASE64 == actualFormat", * skip = "assertion failed: !skip";
     const char * messages [] = { format, skip, "assertion failed: actualBufferSize == destBufferSize", format, skip };
     for (unsigned spoil = 0; spoil < 5; ++spoil) {
@@ -119,8 +112,7 @@ TEST (CodePages, KnownSequencesCodePageZeroEmptySourcesAndPlatformFailures)
     const struct { unsigned fCodePage; std::string fNarrow; std::wstring fWide; } samples [] = {
         { 1252, std::string ("Gr\xfc\xdf" "e\0\x80", 7), std::wstring (L"Gr\u00fc\u00dfe\0\u20ac", 7) },
         { 65001, std::string ("a\0\xe2\x82\xac\xf0\x9f\x98\x80", 9), std::wstring (L"a\0\u20ac\xd83d\xde00", 5) },
-        { 932, std::string ("\x93\xfa\x96\x7b\0\xb1", 6), std::wstring (L"\u65e5\u672c\0\uff71", 4) },
-        { 936, std::string ("\xd6\xd0\xce\xc4\0A", 6), std::wstring (L"\u4e2d\u6587\0A", 4) } };
+        { 932, std::string ("\x93\xfa\x96\x7b\0\xb1", 6), std::wstring (L"\u65e5\u672c\0\uff71", 4) } };
     for (auto & sample : samples) {
         EXPECT_EQ (WideStringFromANSI (sample.fNarrow.data (), unsigned (sample.fNarrow.size ()), sample.fCodePage),
             sample.fWide);
@@ -173,7 +165,6 @@ TEST (CodePages, KnownSequencesCodePageZeroEmptySourcesAndPlatformFailures)
 TEST (TextTools, GUIDsPrintableTextAndTokens)
 {
     const GUID guid = { 0x6b29fc40, 0xca47, 0x1067, { 0xb3, 0x1d, 0x00, 0xdd, 0x01, 0x06, 0x62, 0xda } };
-    EXPECT_EQ (Skerry::StringFromGUID (guid), L"6B29FC40-CA47-1067-B31D-00DD010662DA");
     SKERRY_INTERPOSE (print, "ole32.dll", StringFromGUID2);
     print.Replace ([&] (REFGUID id, LPOLESTR buffer, int size) { return print.Original (id, buffer, size) - 1; });
     SkerryTest::ExpectAssertion ([&] { Skerry::StringFromGUID text (guid); },
