@@ -39,22 +39,13 @@ PlinthMutableDictionary EveryKind ()
     return PlinthData (sizeof kEveryKind - 1, kEveryKind, false).GetPropertyList (kPLPropertyListMutableContainers);
 }
 
+// A fresh directory: made before the handles are counted, removed after.
 class PropertyListFiles : public SkerryTest::HandleLeakTest {
 protected:
-    void SetUp () override
-    {
-        HandleLeakTest::SetUp ();
-        fDirectory = (std::filesystem::temp_directory_path () / L"PropertyListFiles \u00e9\u65e5").wstring ();
-        std::filesystem::remove_all (fDirectory);
-        std::filesystem::create_directory (fDirectory);
-    }
-    void TearDown () override
-    {
-        std::filesystem::remove_all (fDirectory);
-        HandleLeakTest::TearDown ();
-    }
+    PropertyListFiles () { std::filesystem::remove_all (fDirectory); std::filesystem::create_directory (fDirectory); }
+    ~PropertyListFiles () override { std::filesystem::remove_all (fDirectory); }
 
-    std::wstring fDirectory;
+    std::wstring fDirectory = (std::filesystem::temp_directory_path () / L"PropertyListFiles \u00e9\u65e5").wstring ();
 };
 
 }
